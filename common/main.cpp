@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "DeviceService"
+
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <log/log.h>
+
+#include "common/SignalCatcher.h"
+#include "common/UeventObserver.h"
+#include "device/BnDeviceManager.h"
+#include "device/DeviceManagerImpl.h"
+#include "device/DeviceObserver.h"
+
+using android::defaultServiceManager;
+using android::IPCThreadState;
+using android::ProcessState;
+using android::sp;
+using android::String16;
+
+int main() {
+    SignalCatcher::install();
+
+    const sp<UeventObserver> ueventObserver = new UeventObserver();
+
+    const sp<device::DeviceObserver> deviceObserver = new device::DeviceObserver(ueventObserver);
+    const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
+    const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
+
+    defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
+
+    ALOGE("device service is starting.....");
+
+    ProcessState::self()->startThreadPool();
+    IPCThreadState::self()->joinThreadPool(true);
+    return 0;
+}

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "device/BnDeviceManager.h"
+
+#include <binder/IPCThreadState.h>
+#include <binder/Parcel.h>
+
+#include "common/Assert.h"
+#include "common/DumpText.h"
+#include "device/DeviceParcel.h"
+
+namespace device {
+
+using android::BAD_VALUE;
+using android::BBinder;
+using android::IBinder;
+using android::IPCThreadState;
+using android::OK;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::String16;
+using android::String8;
+using android::Vector;
+
+NotifierRegistry<DeviceNotifierTraits>& DeviceNotifierTraits::registryOf(BnDeviceManager& manager) {
+    return manager.mNotifiers;
+}
+
+BnDeviceManager::BnDeviceManager(const sp<DeviceManagerImplItf>& impl)
+    : mNotifierProxy(new DeviceManagerNotifierProxy()), mNotifiers(mLock, mNotifierProxy), mImpl(impl) {
+    SERVICE_ASSERT_IN(mImpl != nullptr, "impl.get()", "IDeviceManager",
+                      "device::BnDeviceManager::BnDeviceManager("
+                      "const android::sp<device::DeviceManagerImplItf>&)");
+    mImpl->setNotifier(mNotifierProxy);
+}
+
+int BnDeviceManager::startup() {
+    return mImpl->startup();
+}
+
+int BnDeviceManager::shutdown() {
+    return mImpl->shutdown();
+}
+
+int BnDeviceManager::addNotifier(const sp<IBinder>& notifier) {
+    return mNotifiers.add(this, notifier, IPCThreadState::self()->getCallingPid());
+}
+
+int BnDeviceManager::removeNotifier(const sp<IBinder>& notifier) {
+    return mNotifiers.remove(notifier, IPCThreadState::self()->getCallingPid());
+}
+
+sp<DeviceItf> BnDeviceManager::getDevice(const String8& subsystem, const String8& devName) {
+    return mImpl->getDevice(subsystem, devName);
+}
+
+Vector<sp<DeviceItf>> BnDeviceManager::getDevices(const String8& path) {
+    return mImpl->getDevices(path);
+}
+
+String8 BnDeviceManager::getDevicePath(int type, int id) {
+    return mImpl->getDevicePath(type, id);
+}
+
+status_t BnDeviceManager::dump(int fd, const Vector<String16>& args) {
+    return dumpService(fd, args, getInterfaceDescriptor(), mNotifiers, *mImpl);
+}
+
+status_t BnDeviceManager::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
+    Parcel unused;
+    Parcel& answer = reply != nullptr ? *reply : unused;
+    answer.writeInt32(0);
+    if (code < kAddNotifier || code > kGetDevicePath) {
+        return BBinder::onTransact(code, data, &answer, flags);
+    }
+    if (!data.checkInterface(this)) {
+        return -1;
+    }
+    return dispatch(code, data, answer);
+}
+
+status_t BnDeviceManager::dispatch(uint32_t code, const Parcel& data, Parcel& reply) {
+    switch (code) {
+        case kAddNotifier:
+            return reply.writeInt32(addNotifier(data.readStrongBinder()));
+        case kRemoveNotifier:
+            return reply.writeInt32(removeNotifier(data.readStrongBinder()));
+        case kStartup:
+            return reply.writeInt32(startup());
+        case kShutdown:
+            return reply.writeInt32(shutdown());
+        case kGetDevice:
+            return replyDevice(data, reply);
+        case kGetDevices:
+            return replyDevices(data, reply);
+        default:
+            return replyDevicePath(data, reply);
+    }
+}
+
+status_t BnDeviceManager::replyDevice(const Parcel& data, Parcel& reply) {
+    String8 subsystem;
+    String8 devName;
+    if (data.readString8(&subsystem) != OK || data.readString8(&devName) != OK) {
+        return BAD_VALUE;
+    }
+    const sp<DeviceItf> device = getDevice(subsystem, devName);
+    if (device == nullptr) {
+        return reply.writeInt32(0);
+    }
+    reply.writeInt32(1);
+    return writeDevice(reply, *device);
+}
+
+status_t BnDeviceManager::replyDevices(const Parcel& data, Parcel& reply) {
+    String8 path;
+    if (data.readString8(&path) != OK) {
+        return BAD_VALUE;
+    }
+    const Vector<sp<DeviceItf>> devices = getDevices(path);
+    status_t status = reply.writeInt32(static_cast<int32_t>(devices.size()));
+    for (size_t i = 0; status == OK && i < devices.size(); ++i) {
+        status = writeDevice(reply, *devices[i]);
+    }
+    return status;
+}
+
+status_t BnDeviceManager::replyDevicePath(const Parcel& data, Parcel& reply) {
+    int32_t type = 0;
+    int32_t id = 0;
+    if (data.readInt32(&type) != OK || data.readInt32(&id) != OK) {
+        return BAD_VALUE;
+    }
+    return reply.writeString8(getDevicePath(type, id));
+}
+
+}  // namespace device
