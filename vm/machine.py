@@ -12,13 +12,13 @@ import socket
 import subprocess
 import threading
 import time
-from collections.abc import Collection
+from collections.abc import Callable, Collection
 from pathlib import Path
 
 from . import initramfs, kernel
-from .errors import GuestError, HeadunitError
+from .errors import HeadunitError
 from .guestlink import Guest
-from .paths import GUEST_TOOLS, ROOT, cache_dir
+from .paths import GUEST_TOOLS, LOGS, ROOT, cache_dir
 from .peripherals import CARD_DEVICE, CARD_SLOT, Peripherals
 from .ports import XHCI_PORTS
 from .qmp import Qmp
@@ -125,9 +125,8 @@ class Machine:
         """Moves the console's log out of the session's folder, which goes with the session."""
         if self.session.work not in self.console.parents or not self.console.exists():
             return self.console
-        logs = ROOT / "build" / "log"
-        logs.mkdir(parents=True, exist_ok=True)
-        kept = logs / f"console-{os.getpid()}.log"
+        LOGS.mkdir(parents=True, exist_ok=True)
+        kept = LOGS / f"console-{os.getpid()}.log"
         shutil.copy(self.console, kept)
         return kept
 
@@ -175,7 +174,7 @@ def _escape(path: Path) -> str:
     return str(path).replace(",", ",,")
 
 
-def _end_with(owner: int):  # type: ignore[no-untyped-def]
+def _end_with(owner: int) -> Callable[[], None]:
     """The step between fork and exec that ties the emulator's life to its owner's, also for kill -9."""
     prctl = ctypes.CDLL(None, use_errno=True).prctl
 
