@@ -71,6 +71,7 @@ class GuestProcess:
         self._listener: Callable[[str, bytes], None] | None = None
         self._returncode: int | None = None
         self._failure: str | None = None
+        self._open = 0
 
     @property
     def failure(self) -> str | None:
@@ -164,16 +165,22 @@ class GuestProcess:
                 listener(stream, bytes(data))
             self._listener = listener
 
+    def is_over(self) -> bool:
+        """Whether nothing can come any more: it ended, and no child of it holds its output."""
+        return self._failure is not None or (self._returncode is not None and self._open == 0)
+
     def take(self, message: dict[str, Any]) -> None:
         """Stores one message of the agent. Called by the reader with the condition held."""
         event = message["event"]
         if event == "started":
             self.pid = message["pid"]
+            self._open = message["streams"]
         elif event == "error":
             self._failure = message["text"]
         elif event == "output":
             self._take_output(message["stream"], message["time"], base64.b64decode(message["data"]))
         elif event == "closed":
+            self._open -= 1
             self._flush(message["stream"])
         elif event == "exit":
             self._returncode = message["status"] if "status" in message else -message["signal"]
@@ -241,7 +248,6 @@ class Guest:
             if not self.wait(lambda: bool(process.pid or process.failure), ANSWER_LIMIT):
                 raise GuestTimeout(f"the guest did not start {argv[0]} within {ANSWER_LIMIT:g} s")
             if process.failure:
-                del self._processes[ident]
                 raise GuestError(f"cannot start {argv[0]} in the guest: {process.failure}")
         return process
 
@@ -277,12 +283,12 @@ class Guest:
             self._ask("write", path=path, data=chunk, mode=mode, append=start > 0)
 
     def kill_all(self, timeout: float = 20.0) -> None:
-        """Kills every command that still runs, with its group, and waits for the end of each."""
+        """Kills every command that still runs, and what they left running, and waits for the commands' end."""
         with self.changed:
-            running = [process for process in self._processes.values() if process.returncode is None]
-        for process in running:
+            left = list(self._processes.values())
+        for process in left:
             process.kill(signals.SIGKILL, group=True)
-        for process in running:
+        for process in left:
             process.wait(timeout)
 
     def close(self) -> None:
@@ -356,6 +362,9 @@ class Guest:
         if message["event"] == "hello":
             self._hello = True
         elif ident in self._processes:
-            self._processes[ident].take(message)
+            process = self._processes[ident]
+            process.take(message)
+            if process.is_over():
+                del self._processes[ident]
         elif ident in self._answers:
             self._answers[ident].append(message)

@@ -146,7 +146,7 @@ class Peripherals:
         self._qmp.execute("chardev-add", id=f"{name}-line", backend={"type": "null", "data": {}})
         return self._plug_usb(name, "serial", "usb-serial", bus, behind,
                               lambda: self._qmp.execute("chardev-remove", id=f"{name}-line"),
-                              chardev=f"{name}-line")
+                              chardev=f"{name}-line", always_plugged=True)
 
     def _plug_mtp(self, name: str, bus: str = "ehci", behind: str | None = None) -> Plugged:
         folder = self._work / name

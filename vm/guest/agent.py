@@ -4,7 +4,7 @@
 One JSON object a line, both ways, over a virtio-serial port named "agent". Requests carry "op" and "id"; what
 concerns a command carries the id that the host gave it. Bytes travel as base64.
 
-    spawn   {id, argv, env?, cwd?, stdin?: bool, tty?: [rows, columns]}  -> started {pid} | error {text}
+    spawn   {id, argv, env?, cwd?, stdin?: bool, tty?: [rows, columns]}  -> started {pid, streams} | error {text}
     stdin   {id, data?, eof?}       signal {id, signal, group?}     resize {id, size: [rows, columns]}
     ping    {id}                                                    -> pong
     clock   {id, time}              sets the wall clock             -> pong
@@ -173,7 +173,7 @@ class Agent:
     def do_spawn(self, ident: int, request: dict) -> None:
         command = start(ident, request)
         self.commands[ident] = command
-        self.send(ident, "started", pid=command.pid)
+        self.send(ident, "started", pid=command.pid, streams=len(command.streams))
 
     def do_stdin(self, ident: int, request: dict) -> None:
         command = self.commands.get(ident)

@@ -1,0 +1,184 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tests on the virtual head unit share: one machine for a file, fresh programs for a test, evidence.
+
+Each file runs alone: python3 tests/system/test_NAME.py --build build/dev [unittest arguments]
+"""
+
+from __future__ import annotations
+
+import argparse
+import contextlib
+import signal
+import sys
+import time
+import unittest
+from collections.abc import Callable, Sequence
+from pathlib import Path
+from typing import Any, NoReturn
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+if str(ROOT) not in sys.path:
+    sys.path.insert(0, str(ROOT))
+
+from vm.errors import GuestError, HeadunitError  # noqa: E402
+from vm.guestlink import Completed, Guest, GuestProcess  # noqa: E402
+from vm.machine import Machine  # noqa: E402
+from vm.peripherals import Plugged  # noqa: E402
+from vm.services import Services  # noqa: E402
+from vm.session import Session  # noqa: E402
+
+LIMIT = 60.0      # seconds that a wait may take on a busy machine unless it says otherwise
+POLL_STEP = 0.05  # seconds between two looks at a condition that nothing announces
+
+build_dir = ROOT / "build/dev"
+
+
+def wait_until(condition: Callable[[], Any], what: str, timeout: float = LIMIT) -> Any:
+    """Looks at the condition until it holds; returns its value. Raises AssertionError at the limit."""
+    deadline = time.monotonic() + timeout
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"not within {timeout:g} s: {what}")
+        time.sleep(POLL_STEP)
+
+
+class GuestTestCase(unittest.TestCase):
+    """A file's tests on one machine. After each test everything that it started or plugged is gone."""
+
+    machine_options: dict[str, Any] = {}  # what a class wants from its Machine
+    session: Session
+    machine: Machine
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        super().setUpClass()
+        cls.session = Session()
+        cls.addClassCleanup(cls.session.close)
+        cls.machine = Machine(cls.session, **cls.machine_options)
+        cls.addClassCleanup(cls.machine.stop)
+        cls.machine.boot()
+
+    def setUp(self) -> None:
+        super().setUp()
+        self._named: dict[str, GuestProcess] = {}
+        self.services = Services(self.guest, build_dir)
+        # Cleanups run in reverse: the peripherals go while their machine is quiet.
+        self.addCleanup(self.machine.peripherals.unplug_all)
+        self.addCleanup(self.guest.kill_all)
+
+    @property
+    def guest(self) -> Guest:
+        return self.machine.guest
+
+    def run_guest(self, argv: Sequence[str], timeout: float = LIMIT, **options: Any) -> Completed:
+        """Runs a command in the guest; check=True makes a result other than 0 an error."""
+        return self.guest.run(argv, timeout, **options)
+
+    def spawn(self, argv: Sequence[str], name: str | None = None, **options: Any) -> GuestProcess:
+        """Starts a command; its output is evidence under the name (the program's by default)."""
+        process = self.guest.spawn(argv, **options)
+        self._note(name or Path(argv[0]).name, process)
+        return process
+
+    def program(self, name: str) -> str:
+        """The path of a built program in the guest."""
+        return self.services.program(name)
+
+    def start_services(self, start_managers: bool = True) -> Services:
+        """Starts a fresh service manager and daemon, and by default the managers; watches the uevents."""
+        self.watch_uevents()
+        try:
+            self.services.start()
+        finally:
+            for name, process in (("servicemanager", self.services.manager), ("device-service", self.services.daemon)):
+                if process is not None:
+                    self._note(name, process)
+        if start_managers:
+            self.services.start_managers()
+        return self.services
+
+    def watch_uevents(self) -> GuestProcess:
+        """Starts a listener of the kernel's uevents, which is ready when this returns."""
+        listener = self.spawn(["stdbuf", "-oL", "udevadm", "monitor", "--kernel", "--property"], name="uevents")
+        listener.wait_for("^KERNEL", LIMIT)
+        return listener
+
+    def plug(self, kind: str, **options: Any) -> Plugged:
+        return self.machine.peripherals.plug(kind, **options)
+
+    def unplug(self, name: str) -> None:
+        self.machine.peripherals.unplug(name)
+
+    def wait_guest(self, shell_condition: str, timeout: float = LIMIT) -> None:
+        """Waits until a shell condition holds in the guest, looked at there."""
+        script = f"until {shell_condition}; do sleep {POLL_STEP}; done"
+        try:
+            self.run_guest(["sh", "-c", script], timeout, check=True)
+        except GuestError as error:
+            raise AssertionError(f"the guest did not come to: {shell_condition} ({error})") from None
+
+    def keep_evidence(self) -> Path:
+        """Writes what is known into the artefacts folder of this test and returns it."""
+        folder = build_dir / "artefacts" / self.id().replace("__main__", Path(sys.argv[0]).stem)
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / "console.log").write_text(self.machine.console_text(), encoding="utf-8")
+        for name, process in getattr(self, "_named", {}).items():
+            lines = "".join(f"{line.time:.6f} {line.stream} {line.text}\n" for line in process.lines())
+            state = "still running" if process.returncode is None else f"ended with {process.returncode}"
+            (folder / f"{name}.log").write_text(f"{lines}-- {' '.join(process.argv)}: {state}\n", encoding="utf-8",
+                                                errors="surrogateescape")
+        with contextlib.suppress(HeadunitError):
+            (folder / "dmesg.log").write_bytes(self.guest.run(["dmesg"], 20.0).stdout)
+        return folder
+
+    def _note(self, name: str, process: GuestProcess) -> None:
+        number = 1
+        label = name
+        while label in self._named:
+            number += 1
+            label = f"{name}-{number}"
+        self._named[label] = process
+
+
+class EvidenceResult(unittest.TextTestResult):
+    """Keeps the evidence of a failed test while its machine still stands, and names it in the report."""
+
+    def addFailure(self, test: unittest.TestCase, err: Any) -> None:  # noqa: N802
+        super().addFailure(test, err)
+        self._name_evidence(test, self.failures)
+
+    def addError(self, test: unittest.TestCase, err: Any) -> None:  # noqa: N802
+        super().addError(test, err)
+        self._name_evidence(test, self.errors)
+
+    def addSubTest(self, test: unittest.TestCase, subtest: unittest.TestCase, err: Any) -> None:  # noqa: N802
+        super().addSubTest(test, subtest, err)
+        if err is not None:
+            self._name_evidence(test, self.failures if issubclass(err[0], test.failureException) else self.errors)
+
+    def _name_evidence(self, test: unittest.TestCase, reports: list[Any]) -> None:
+        if not isinstance(test, GuestTestCase):
+            return
+        try:
+            note = f"evidence: {test.keep_evidence()}"
+        except (HeadunitError, OSError) as error:
+            note = f"the evidence could not be kept: {error}"
+        subject, text = reports[-1]
+        reports[-1] = (subject, f"{text}\n{note}\n")
+
+
+def main() -> NoReturn:
+    """Runs the tests of the calling file; exit status 0 only if all passed."""
+    global build_dir
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=Path, default=build_dir, help="the build folder whose programs are tested")
+    arguments, rest = parser.parse_known_args()
+    build_dir = arguments.build.absolute()
+    # A time limit of ctest ends in SIGTERM or SIGKILL; the first one leaves nothing behind, the second neither.
+    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(1))
+    program = unittest.main(module="__main__", argv=[sys.argv[0], *rest], exit=False, verbosity=2,
+                            testRunner=unittest.TextTestRunner(resultclass=EvidenceResult, verbosity=2))
+    sys.exit(0 if program.result.wasSuccessful() and program.result.testsRun > 0 else 1)
