@@ -102,9 +102,13 @@ def _call(argv: list[str], cwd: Path | None = None) -> str:
     except OSError as error:
         raise HeadunitError(f"cannot run {argv[0]}: {error.strerror}") from error
     if done.returncode != 0:
-        said = done.stderr.strip() or f"exit status {done.returncode}"
+        said = _one_line(done.stderr) or f"exit status {done.returncode}"
         raise HeadunitError(f"{' '.join(argv[:2])} failed: {said}")
     return done.stdout
+
+
+def _one_line(text: str) -> str:
+    return "; ".join(line.strip() for line in text.splitlines() if line.strip())
 
 
 def _image_package() -> str:
@@ -139,7 +143,7 @@ def _unpack(package: Path, folder: Path) -> str:
         unpacked = subprocess.run(["tar", "-x", "-C", str(folder), *skip, "./boot", "./lib/modules"],
                                   stdin=reader.stdout, stderr=subprocess.PIPE, text=True, check=False)
     if reader.returncode != 0 or unpacked.returncode != 0:
-        raise HeadunitError(f"cannot unpack {package.name} into {folder}: {unpacked.stderr.strip()}")
+        raise HeadunitError(f"cannot unpack {package.name} into {folder}: {_one_line(unpacked.stderr)}")
     version = next((folder / "lib/modules").iterdir()).name
     _call(["depmod", "-b", str(folder), version])
     compressed = folder / "vmlinuz"
