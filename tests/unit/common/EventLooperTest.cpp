@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/EventLooper.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/unit/common/ThreadProbe.h"
+
+using android::Looper;
+using android::sp;
+using android::Thread;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+namespace {
+
+constexpr int kNoTimeout = -1;
+
+/** An event looper with one descriptor whose call-back runs a function of the test. */
+class EventLooperTest : public ::testing::Test {
+  protected:
+    EventLooperTest()
+        : mLooper(new Looper(false)),
+          mThread(new EventLooper(mLooper, kNoTimeout)),
+          mFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        mLooper->addFd(mFd, Looper::POLL_CALLBACK, Looper::EVENT_INPUT, onInput, this);
+    }
+
+    ~EventLooperTest() override {
+        mThread->stop();
+        mLooper->removeFd(mFd);
+        close(mFd);
+    }
+
+    /** Runs @p task on the looper's thread, if there is one, and waits for it. */
+    bool runOnLooper(const std::function<void()>& task) {
+        Gate done;
+        mTask = [&task, &done] {
+            task();
+            done.open();
+        };
+        const uint64_t one = 1;
+        return write(mFd, &one, sizeof(one)) == sizeof(one) && done.wait();
+    }
+
+    const sp<Looper> mLooper;
+    const sp<EventLooper> mThread;
+
+  private:
+    static int onInput(int fd, int, void* data) {
+        uint64_t count = 0;
+        if (read(fd, &count, sizeof(count)) == sizeof(count)) {
+            static_cast<EventLooperTest*>(data)->mTask();
+        }
+        return 1;
+    }
+
+    const int mFd;
+    std::function<void()> mTask;
+};
+
+TEST_F(EventLooperTest, RunsCallbacksOnItsNamedThread) {
+    mThread->start();
+    std::string name;
+    std::thread::id id;
+    ASSERT_TRUE(runOnLooper([&] {
+        name = currentThreadName();
+        id = std::this_thread::get_id();
+    }));
+    EXPECT_EQ("EventLooper", name);
+    EXPECT_NE(std::this_thread::get_id(), id);
+}
+
+TEST_F(EventLooperTest, TheThreadOwnsTheLooper) {
+    mThread->start();
+    sp<Looper> looper;
+    ASSERT_TRUE(runOnLooper([&] { looper = Looper::getForThread(); }));
+    EXPECT_EQ(mLooper, looper);
+}
+
+TEST_F(EventLooperTest, StopWakesAPollWithoutLimit) {
+    mThread->start();
+    ASSERT_TRUE(runOnLooper([] {}));
+    ASSERT_TRUE(eventually([this] { return mLooper->isPolling(); }));
+    const auto start = std::chrono::steady_clock::now();
+    mThread->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_FALSE(mThread->isRunning());
+}
+
+TEST_F(EventLooperTest, StartsAgainAfterStop) {
+    for (int round = 0; round < 20; ++round) {
+        mThread->start();
+        ASSERT_TRUE(runOnLooper([] {})) << round;
+        mThread->stop();
+        EXPECT_FALSE(mThread->isRunning());
+    }
+}
+
+TEST_F(EventLooperTest, StopWithoutStartDoesNotSpoilALaterStart) {
+    mThread->stop();
+    mThread->stop();
+    mThread->start();
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
+TEST_F(EventLooperTest, StopRightAfterStartEnds) {
+    for (int round = 0; round < 100; ++round) {
+        mThread->start();
+        mThread->stop();
+        ASSERT_FALSE(mThread->isRunning());
+    }
+}
+
+TEST_F(EventLooperTest, SecondStartKeepsTheThread) {
+    mThread->start();
+    std::thread::id first;
+    ASSERT_TRUE(runOnLooper([&] { first = std::this_thread::get_id(); }));
+    mThread->start();
+    std::thread::id second;
+    ASSERT_TRUE(runOnLooper([&] { second = std::this_thread::get_id(); }));
+    EXPECT_EQ(first, second);
+}
+
+TEST_F(EventLooperTest, StopFromInsideACallbackEndsAfterIt) {
+    mThread->start();
+    ASSERT_TRUE(runOnLooper([this] { mThread->stop(); }));
+    EXPECT_TRUE(eventually([this] { return !mThread->isRunning(); }));
+    mThread->start();
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
+TEST_F(EventLooperTest, StartRightAfterAStopFromInsideACallback) {
+    for (int round = 0; round < 50; ++round) {
+        mThread->start();
+        ASSERT_TRUE(runOnLooper([this] { mThread->stop(); }));
+        mThread->start();
+        ASSERT_TRUE(runOnLooper([] {})) << round;
+    }
+}
+
+TEST_F(EventLooperTest, ConcurrentStartsAndStopsEnd) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([this] {
+            for (int i = 0; i < 200; ++i) {
+                mThread->start();
+                mThread->stop();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(mThread->isRunning());
+    mThread->start();
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
+using EventLooperDeathTest = EventLooperTest;
+
+TEST_F(EventLooperDeathTest, RefusesAThreadThatOwnsALooper) {
+    EXPECT_DEATH(
+        {
+            Looper::prepare(0);
+            static_cast<Thread&>(*mThread).readyToRun();
+        },
+        AllOf(HasSubstr("EventLooper F "),
+              HasSubstr("assertion \"0\" failed: file \"EventLooper\", line 41, "
+                        "function \"virtual status_t EventLooper::readyToRun()\"")));
+}
+
+}  // namespace
