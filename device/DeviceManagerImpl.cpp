@@ -23,6 +23,8 @@ using android::wp;
 namespace {
 
 constexpr int kQueueTimeoutMillis = 100;
+/** Each waits about 100 ms at most. */
+constexpr int kQueueStartAttempts = 50;
 
 /** The subsystems whose devices are listed; a null entry ends the table. */
 constexpr const char* sSubsystem[] = {"block", "usb", "usb_device", "mmc", nullptr};
@@ -200,7 +202,12 @@ void DeviceManagerImpl::setState(int32_t state) {
 
 bool DeviceManagerImpl::startQueue() {
     // A start that ran out of its wait has logged so; on a loaded unit the thread may still be on its way.
-    return mMessageQueue->start() || mMessageQueue->waitUntilReady();
+    for (int attempt = 0; attempt < kQueueStartAttempts; ++attempt) {
+        if (mMessageQueue->start()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace device

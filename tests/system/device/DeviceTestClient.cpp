@@ -8,6 +8,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +16,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -49,10 +51,12 @@ steps:
   query-inside      from now on, query the daemon from inside each call-back
   slow=MS           from now on, take MS milliseconds for each call-back
   quiet             from now on, count the events of a storm instead of printing each
-  storm=N           wait until N events of a storm came (property STORM counts from 0) and print the account
+  storm=N           wait until N events of a storm came (added and removed by turns, property STORM
+                    counts the devices from 0) and print the account
   wrong-token=CODE  send a request with another interface's token
   cut=CODE          send a request that ends after its token
   ping, interface   the base transactions: print the reply's first int32
+  broken-dump       ask for a dump into a pipe that nobody reads
   hold              wait until standard input ends
 )";
 
@@ -111,7 +115,8 @@ class Notifier : public device::DeviceManagerNotifierItf {
             std::this_thread::sleep_for(std::chrono::milliseconds(mSlowMillis));
         }
         if (mQuiet) {
-            mStorm.note(stormNumber(device));
+            // Each device of a storm comes and goes.
+            mStorm.note(2 * stormNumber(device) + (strcmp(what, "removed") == 0 ? 1 : 0));
             return 0;
         }
         json params = json::object();
@@ -206,6 +211,7 @@ class Client {
             {"cut", [this](int code) { return request(code, IDeviceManager::getInterfaceDescriptor()); }},
             {"ping", [this](int) { return request(IBinder::PING_TRANSACTION, String16()); }},
             {"interface", [this](int) { return request(IBinder::INTERFACE_TRANSACTION, String16()); }},
+            {"broken-dump", [this](int) { return dumpIntoBrokenPipe(); }},
             {"hold",
              [](int) {
                  std::string line;
@@ -223,6 +229,17 @@ class Client {
             now();
         };
         return 0;
+    }
+
+    json dumpIntoBrokenPipe() {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            return "no pipe";
+        }
+        close(ends[0]);
+        const android::status_t status = mService->dump(ends[1], android::Vector<String16>());
+        close(ends[1]);
+        return status;
     }
 
     json request(int code, const String16& token) {
