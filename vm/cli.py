@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import argparse
 import contextlib
+import os
 import signal
 import sys
 from collections.abc import Iterator
@@ -47,7 +48,9 @@ def _booted(console: Path) -> Iterator[Machine]:
         session = stack.enter_context(Session())
         machine = stack.enter_context(Machine(session, console=console))
         stack.callback(_ignore_signals)
-        kernel.prepare(say)
+        if not kernel.is_cached():
+            with step("download and unpack the kernel"):
+                kernel.prepare()
         with step("boot the virtual head unit"):
             machine.boot()
         yield machine
@@ -146,4 +149,9 @@ def main() -> int:
         complain("interrupted")
     except Terminated as ending:
         complain(f"ended by {ending}")
+    except BrokenPipeError:
+        # Nobody reads any more; the interpreter's own last flush must not complain either.
+        os.dup2(os.open(os.devnull, os.O_WRONLY | os.O_CLOEXEC), sys.stdout.fileno())
+    except OSError as error:
+        complain(f"{error.filename or 'a file of the run'}: {error.strerror}")
     return FAILED

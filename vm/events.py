@@ -69,7 +69,7 @@ class EventTable:
 
     def begin(self) -> None:
         """Prints the heading and goes on with what the client prints."""
-        print(f"{'time':>10}  {'event':<15} {'subsystem':<10} {'type, node':<26} path", flush=True)
+        print(f"{'time':>10}  {'event':<15} {'subsystem':<10} {'type, node':<28} path", flush=True)
         self._thread.start()
 
     def count(self) -> int:
@@ -111,8 +111,8 @@ class EventTable:
                       str(fields.get("subsystem", "")), str(fields.get("path", "")),
                       {str(key): str(value) for key, value in params.items()} if isinstance(params, dict) else {})
         kind = event.params.get("DEVTYPE", "")
-        what = ", ".join(part for part in (kind, event.params.get("DEVNAME", "")) if part) or "-"
-        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {what:<26} {event.path}", flush=True)
+        what = ", ".join(part for part in (kind, event.node) if part)
+        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {what:<28} {event.path}", flush=True)
         with self._changed:
             self._events.append(event)
             self._changed.notify_all()

@@ -15,7 +15,7 @@ import shutil
 import struct
 import subprocess
 import tempfile
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -41,8 +41,13 @@ class Kernel:
     version: str
 
 
-def prepare(announce: Callable[[str], None] = lambda text: None) -> Kernel:
-    """Returns the cached kernel; fetches it first when there is none. announce gets what takes long."""
+def is_cached() -> bool:
+    """Whether prepare() has nothing to fetch."""
+    return _find(cache_dir() / LAYOUT) is not None
+
+
+def prepare() -> Kernel:
+    """Returns the cached kernel; fetches it first when there is none."""
     base = cache_dir() / LAYOUT
     found = _find(base)
     if found:
@@ -57,11 +62,9 @@ def prepare(announce: Callable[[str], None] = lambda text: None) -> Kernel:
             return found
         for stale in base.glob("new-*"):
             shutil.rmtree(stale, ignore_errors=True)
-        announce(f"kernel: download {META_PACKAGE}")
         new = Path(tempfile.mkdtemp(prefix="new-", dir=base))
         try:
             package = _download(new)
-            announce("kernel: unpack")
             version = _unpack(package, new)
             package.unlink()
             new.chmod(0o755)

@@ -76,8 +76,8 @@ class Run:
 
     def _unplug(self, name: str, nodes: list[tuple[str, str]]) -> None:
         since = self._table.count()
+        say(f"pull out {name}")
         self._machine.peripherals.unplug(name)
-        say(f"pulled out {name}")
         self._expect("device-removed", nodes, since)
 
     def _expect(self, event: str, nodes: list[tuple[str, str]], since: int) -> None:
