@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/**
+ * @file
+ * This process and the binder driver.
+ */
+
+#include <binder/IBinder.h>
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+#include <utils/String8.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+
+namespace android {
+
+class BBinder;
+class BpBinder;
+
+/**
+ * The process's end of the driver: the open node, the receive area, the table of handles and the thread pool.
+ * One for the process, never destroyed. Any thread.
+ *
+ * The driver is opened when it is first needed; without it, calls fail with NO_INIT and everything that stays
+ * in the process works.
+ */
+class ProcessState : public virtual RefBase {
+  public:
+    /** Threads that the driver may ask for beside those that join by themselves. */
+    static constexpr size_t kDefaultMaxThreads = 15;
+
+    static sp<ProcessState> self();
+
+    /**
+     * What keeps this process from the driver, and what to do about it, in one line; empty when it is usable.
+     * Programs ask before they use it.
+     */
+    static String8 driverProblem();
+
+    /** The service manager's proxy, whether there is one or not. */
+    sp<IBinder> getContextObject(const sp<IBinder>& caller = nullptr);
+
+    /** The one proxy of @p handle; the caller must hold the handle some other way until this returns. */
+    sp<IBinder> getStrongProxyForHandle(int32_t handle);
+
+    /**
+     * Makes @p manager the object that every process reaches as the service manager.
+     * @return OK; ALREADY_EXISTS when there is one; another error of the driver
+     */
+    status_t becomeContextManager(const sp<BBinder>& manager);
+
+    /** Starts the first thread of the pool, which then grows as the driver asks. Repeated calls do nothing.
+     */
+    void startThreadPool();
+
+    /** Starts a thread that joins the pool; @p isMain makes it one that the driver does not count. */
+    void spawnPooledThread(bool isMain);
+
+    /** How many threads the driver may ask for. */
+    status_t setThreadPoolMaxThreadCount(size_t maxThreads);
+
+  private:
+    friend class BpBinder;
+    friend class IPCThreadState;
+
+    ProcessState() = default;
+    ~ProcessState() override = default;
+
+    /** The driver's descriptor; -1 without a driver. Opens it when it is not open yet. */
+    int driver();
+    int openLocked() REQUIRES(mDriverLock);
+    int failLocked(int fd, const char* what, int error, const char* remedy) REQUIRES(mDriverLock);
+    sp<BBinder> contextManager();
+
+    /** A proxy is on its way out: forgets it and gives its handle back. */
+    void expunge(BpBinder* proxy, int32_t handle, bool holdsHandle);
+
+    uint64_t addDeathToken(const wp<BpBinder>& proxy);
+    sp<BpBinder> proxyOfDeathToken(uint64_t token);
+    void removeDeathToken(uint64_t token);
+
+    /** -1 until the driver is open. Changed once, with mDriverLock held. */
+    std::atomic<int> mDriver{-1};
+    /** Serialises the opening and guards mProblem and mMaxThreads. Taken inside mLock. */
+    Mutex mDriverLock;
+    String8 mProblem GUARDED_BY(mDriverLock);
+    size_t mMaxThreads GUARDED_BY(mDriverLock) = kDefaultMaxThreads;
+
+    /** Guards the members below. Held across reference commands, which never wait. */
+    Mutex mLock;
+    bool mPoolStarted GUARDED_BY(mLock) = false;
+    int mThreadNumber GUARDED_BY(mLock) = 0;
+    sp<BBinder> mContextManager GUARDED_BY(mLock);
+    std::unordered_map<int32_t, wp<BpBinder>> mProxies GUARDED_BY(mLock);
+
+    /** Guards the death tokens. */
+    Mutex mDeathLock;
+    uint64_t mLastDeathToken GUARDED_BY(mDeathLock) = 0;
+    std::unordered_map<uint64_t, wp<BpBinder>> mDeathTokens GUARDED_BY(mDeathLock);
+};
+
+}  // namespace android
