@@ -5,6 +5,9 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <log/log.h>
+#include <sysexits.h>
+
+#include <cstdio>
 
 #include "common/SignalCatcher.h"
 #include "common/UeventObserver.h"
@@ -15,8 +18,10 @@
 using android::defaultServiceManager;
 using android::IPCThreadState;
 using android::ProcessState;
+using android::serviceManagerProblem;
 using android::sp;
 using android::String16;
+using android::String8;
 
 int main() {
     SignalCatcher::install();
@@ -27,6 +32,11 @@ int main() {
     const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
     const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
 
+    const String8 problem = serviceManagerProblem();
+    if (!problem.isEmpty()) {
+        fprintf(stderr, "device-service: %s\n", problem.string());
+        return EX_UNAVAILABLE;
+    }
     defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
 
     ALOGE("device service is starting.....");

@@ -5,7 +5,7 @@
 
 namespace device {
 
-static_assert(IDeviceManager::kAddNotifier == android::IBinder::FIRST_CALL_TRANSACTION);
+static_assert(IDeviceManager::kAddNotifier == 1);
 static_assert(IDeviceManager::kGetDevicePath == 7);
 
 IMPLEMENT_META_INTERFACE(DeviceManager, "device.DeviceManager")

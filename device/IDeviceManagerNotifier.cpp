@@ -5,7 +5,7 @@
 
 namespace device {
 
-static_assert(IDeviceManagerNotifier::kOnEvent == android::IBinder::FIRST_CALL_TRANSACTION);
+static_assert(IDeviceManagerNotifier::kOnEvent == 1);
 static_assert(IDeviceManagerNotifier::kOnDeviceRemoved == 3);
 
 IMPLEMENT_META_INTERFACE(DeviceManagerNotifier, "device.DeviceManagerNotifier")

@@ -208,7 +208,7 @@ class Client {
             {"storm",
              [this](int count) { return mNotifier->mStorm.waitFor(count, std::chrono::seconds(300)); }},
             {"wrong-token", [this](int code) { return request(code, String16("device.SomethingElse")); }},
-            {"cut", [this](int code) { return request(code, IDeviceManager::getInterfaceDescriptor()); }},
+            {"cut", [this](int code) { return request(code, IDeviceManager::descriptor); }},
             {"ping", [this](int) { return request(IBinder::PING_TRANSACTION, String16()); }},
             {"interface", [this](int) { return request(IBinder::INTERFACE_TRANSACTION, String16()); }},
             {"broken-dump", [this](int) { return dumpIntoBrokenPipe(); }},
