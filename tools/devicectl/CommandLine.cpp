@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/devicectl/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+
+#include "device/DeviceManagerItf.h"
+#include "tools/devicectl/Managers.h"
+#include "tools/devicectl/Text.h"
+
+namespace devicectl {
+
+namespace {
+
+constexpr unsigned kDefaultAnswerSeconds = 30;
+constexpr unsigned kMaxAnswerSeconds = 86400;
+constexpr double kMaxMonitorSeconds = 1e9;
+
+constexpr const char* kExitCodes =
+    "Exit status:\n"
+    "  0  done\n"
+    "  1  the answer is no (no such device, no such controller), or another failure\n"
+    "  2  wrong command line; nothing was done\n"
+    "  3  the service is not registered, or there is no service manager\n"
+    "  4  the daemon is dead or died during the call\n"
+    "  5  no usable binder driver\n"
+    "\n"
+    "Options of the program may stand before or after the command. What follows -- is never an option.\n"
+    "The driver's node is /dev/binder, or what the environment variable BINDER_DEVICE names.";
+
+constexpr const char* kStartHelp =
+    "Start managers. From then on the daemon follows the kernel's events, lists devices and reports to its\n"
+    "clients. Devices that were there before stay unlisted. A manager that runs already is left as it is.";
+constexpr const char* kStopHelp =
+    "Stop managers. The daemon lives on and keeps its clients and its list, but follows no events: for "
+    "every\n"
+    "client, what comes and goes meanwhile is lost. A manager that is stopped already is left as it is.";
+constexpr const char* kGetHelp =
+    "Show the device with all its properties. Changes nothing; exit status 1 if there is none.\n"
+    "Ask only for subsystems whose devices all have a node, such as block: in a subsystem where a device "
+    "has\n"
+    "none (usb, mmc), the question ends the daemon, and with it the service for every client.";
+constexpr const char* kAncestorsHelp =
+    "List the devices above a path: those whose paths begin it, in the order in which they came. Changes\n"
+    "nothing; an empty list is an answer (exit status 0).";
+constexpr const char* kControllerHelp =
+    "Show the path of a controller of the unit. Changes nothing; exit status 1 if it is not known (the "
+    "daemon\n"
+    "then logs an error).";
+constexpr const char* kMonitorHelp =
+    "Show devices as they come and go, until SIGINT or SIGTERM. Registers one client with the daemon and "
+    "removes\n"
+    "it at the end. When the daemon dies, says so, waits for its return and registers again.\n"
+    "Events are taken at once, whatever becomes of the output: a reader that stands still costs memory of "
+    "this\n"
+    "program (about 1 KiB an event) and never holds up the daemon. A reader that goes away ends the monitor.";
+constexpr const char* kDumpHelp =
+    "Show what a service tells of its state: without arguments what it manages, with the argument "
+    "\"notifier\" its\n"
+    "registered clients. Changes nothing. The service writes into memory, never into the output of this "
+    "program.";
+constexpr const char* kServicesHelp =
+    "List the services of the service manager and whether they live: alive, dead, or silent (no answer "
+    "within\n"
+    "two seconds). Changes nothing.";
+
+std::optional<int> controllerType(const std::string& text) {
+    if (text == "usb") {
+        return device::kControllerUsbHost;
+    }
+    if (text == "card") {
+        return device::kControllerCard;
+    }
+    int value = 0;
+    const bool digits = !text.empty() && std::all_of(text.begin() + (text[0] == '-' ? 1 : 0), text.end(),
+                                                     [](unsigned char c) { return std::isdigit(c) != 0; });
+    if (!digits || !CLI::detail::lexical_cast(text, value)) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::string mustBeManager(const std::string& name) {
+    return findManager(name) != nullptr ? "" : "no manager " + name + "; there are: " + managerNames();
+}
+
+std::string mustBeControllerType(const std::string& text) {
+    return controllerType(text) ? "" : "must be usb, card or a number";
+}
+
+/** The services' texts are UTF-16: other bytes have no counterpart there. */
+std::string mustBeUtf8(const std::string& text) {
+    return isUtf8(text) ? "" : "is not UTF-8";
+}
+
+std::string mustBeSeconds(const std::string& text) {
+    double value = 0;
+    const bool fine = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= 0 &&
+                      value <= kMaxMonitorSeconds;
+    return fine ? "" : "must be a number of seconds from 0 to 1000000000";
+}
+
+/** The definition of the command line around the options that it fills. */
+class Definition {
+  public:
+    Definition() {
+        mApp.set_help_flag("-h,--help", "Show help and exit");
+        mApp.set_version_flag("--version", std::string("devicectl ") + DEVICE_SERVICE_VERSION,
+                              "Show the version and exit");
+        mApp.add_flag("--json", mJson,
+                      "Print JSON: one object on one line; a monitor prints one for each event");
+        mApp.add_option("--timeout", mOptions.answerSeconds,
+                        "Seconds that one answer of a service may take (0: no limit)")
+            ->type_name("SECONDS")
+            ->default_val(kDefaultAnswerSeconds)
+            ->check(CLI::Range(0U, kMaxAnswerSeconds, "a number from 0 to 86400"));
+        mApp.require_subcommand(1);
+        mApp.footer(kExitCodes);
+        addManagerCommands();
+        addDeviceCommands();
+        addMonitor();
+        addServiceCommands();
+    }
+
+    CLI::App& app() { return mApp; }
+
+    Options options() const {
+        Options options = mOptions;
+        options.format = mJson ? Format::kJson : Format::kHuman;
+        return options;
+    }
+
+  private:
+    CLI::App* add(CLI::App& parent, const char* name, const char* help, Options::Command command) {
+        CLI::App* const added = parent.add_subcommand(name, help);
+        added->fallthrough();
+        added->footer("Options of the program (--json, --timeout) are in devicectl --help.");
+        added->callback([this, command] { mOptions.command = command; });
+        return added;
+    }
+
+    void addManagerCommands() {
+        const std::string which = "One of: " + managerNames() + " (default: all)";
+        for (CLI::App* const command : {add(mApp, "start", kStartHelp, Options::Command::kStart),
+                                        add(mApp, "stop", kStopHelp, Options::Command::kStop)}) {
+            command->add_option("MANAGER", mOptions.manager, which)->type_name("")->check(mustBeManager);
+        }
+    }
+
+    void addDeviceCommands() {
+        CLI::App& device = *mApp.add_subcommand("device", "Ask the device manager.");
+        device.fallthrough();
+        device.require_subcommand(1);
+
+        CLI::App& get = *add(device, "get", kGetHelp, Options::Command::kDeviceGet);
+        addText(get, "SUBSYSTEM", mOptions.subsystem, "The kernel's subsystem, such as block");
+        addText(get, "NAME", mOptions.name, "The device's DEVNAME, such as sda");
+
+        CLI::App& ancestors = *add(device, "ancestors", kAncestorsHelp, Options::Command::kDeviceAncestors);
+        addText(ancestors, "PATH", mOptions.path, "A path below the sysfs root, such as /devices/...");
+
+        CLI::App& controller =
+            *add(device, "controller", kControllerHelp, Options::Command::kDeviceController);
+        controller
+            .add_option_function<std::string>(
+                "TYPE",
+                [this](const std::string& text) {
+                    mOptions.controllerType = controllerType(text).value_or(0);
+                },
+                "usb, card or the type's number")
+            ->type_name("")
+            ->required()
+            ->check(mustBeControllerType);
+        controller.add_option("ID", mOptions.controllerId, "Number of the controller, from 0")
+            ->type_name("")
+            ->required();
+    }
+
+    void addMonitor() {
+        CLI::App& monitor = *add(mApp, "monitor", kMonitorHelp, Options::Command::kMonitor);
+        monitor.add_option("--for", mOptions.forSeconds, "End by itself after this time")
+            ->type_name("SECONDS")
+            ->check(mustBeSeconds);
+        monitor
+            .add_option("--count", mOptions.count,
+                        "End by itself after so many events; exit status 1 if --for ends it before")
+            ->type_name("N")
+            ->check(CLI::PositiveNumber);
+        monitor.add_flag("--properties", mOptions.properties, "Show the properties of what arrives, too");
+    }
+
+    void addServiceCommands() {
+        CLI::App& dump = *add(mApp, "dump", kDumpHelp, Options::Command::kDump);
+        addText(dump, "SERVICE", mOptions.service, "Name of a service, such as DeviceManager")
+            ->check(mustBeUtf8);
+        dump.add_option("ARG", mOptions.arguments, "Arguments, handed to the service")
+            ->type_name("")
+            ->check(mustBeUtf8);
+
+        add(mApp, "services", kServicesHelp, Options::Command::kServices);
+    }
+
+    static CLI::Option* addText(CLI::App& command, const char* name, std::string& target, const char* help) {
+        return command.add_option(name, target, help)->type_name("")->required();
+    }
+
+    CLI::App mApp{"Command-line client of the device service.", "devicectl"};
+    Options mOptions;
+    bool mJson = false;
+};
+
+std::string oneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    while (!text.empty() && (text.back() == ' ' || text.back() == '.')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+}  // namespace
+
+ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
+    Definition definition;
+    ParsedLine line;
+    // The parser reports through exceptions; none leaves this function.
+    try {
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        definition.app().parse(std::move(reversed));
+        line.options = definition.options();
+    } catch (const CLI::CallForHelp&) {
+        line.output = definition.app().help();
+    } catch (const CLI::CallForVersion& version) {
+        line.output = std::string(version.what()) + "\n";
+    } catch (const CLI::Error& error) {
+        line.exitCode = kUsage;
+        line.error = oneLine(error.what()) + " (devicectl --help explains)";
+    }
+    return line;
+}
+
+}  // namespace devicectl

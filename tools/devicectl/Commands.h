@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tools/devicectl/CommandLine.h"
+#include "tools/devicectl/ExitCode.h"
+#include "tools/devicectl/ServiceAccess.h"
+
+namespace devicectl {
+
+/*
+ * The commands that ask, print and end. Each reports its failures on standard error and returns the exit
+ * status. Main thread.
+ */
+
+/** start and stop. Ends at the first manager that cannot be reached. */
+ExitCode runManagerCommand(const Options& options, const ServiceAccess& access);
+
+/** device get, device ancestors and device controller. */
+ExitCode runDeviceCommand(const Options& options, const ServiceAccess& access);
+
+/** dump */
+ExitCode runDump(const Options& options, const ServiceAccess& access);
+
+/** services */
+ExitCode runServices(const Options& options);
+
+}  // namespace devicectl

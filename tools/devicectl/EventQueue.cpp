@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/devicectl/EventQueue.h"
+
+#include <utility>
+
+namespace devicectl {
+
+void EventQueue::push(Event event) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (mClosed) {
+        return;
+    }
+    mEvents.push_back(std::move(event));
+    mChanged.notify_one();
+}
+
+std::optional<Event> EventQueue::pop() {
+    std::unique_lock<std::mutex> lock(mLock);
+    mChanged.wait(lock, [this] { return mClosed || !mEvents.empty(); });
+    if (mEvents.empty()) {
+        return std::nullopt;
+    }
+    Event event = std::move(mEvents.front());
+    mEvents.pop_front();
+    return event;
+}
+
+void EventQueue::close() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mClosed = true;
+    mChanged.notify_all();
+}
+
+}  // namespace devicectl

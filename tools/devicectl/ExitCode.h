@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace devicectl {
+
+/** Exit statuses of the program. Scripts depend on the values; --help and docs/devicectl.md list them. */
+enum ExitCode : int {
+    kOk = 0,
+    kFailed = 1,      ///< the answer is "no" (no such device, no such controller), or another failure
+    kUsage = 2,       ///< the command line is wrong; nothing was done
+    kNoService = 3,   ///< the service is not registered, or there is no service manager
+    kDaemonDied = 4,  ///< the service's process is dead or died during the call
+    kNoDriver = 5,    ///< the binder driver is missing, unusable or not accessible
+};
+
+}  // namespace devicectl

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tools/devicectl/CommandLine.h"
+#include "tools/devicectl/Commands.h"
+#include "tools/devicectl/Monitor.h"
+#include "tools/devicectl/StandardStreams.h"
+
+namespace devicectl {
+
+namespace {
+
+/** The libraries log to standard error, where this program's one line belongs; ANDROID_LOG_TAGS overrides. */
+void quietLibraries() {
+    // No other thread is there yet.
+    setenv("ANDROID_LOG_TAGS", "*:s", 0);  // NOLINT(concurrency-mt-unsafe)
+}
+
+ExitCode runCommand(const Options& options) {
+    const ServiceAccess access(options.answerSeconds);
+    const ExitCode environment = access.checkEnvironment();
+    if (environment != kOk) {
+        return environment;
+    }
+    switch (options.command) {
+        case Options::Command::kStart:
+        case Options::Command::kStop:
+            return runManagerCommand(options, access);
+        case Options::Command::kMonitor:
+            return Monitor(options, access).run();
+        case Options::Command::kDump:
+            return runDump(options, access);
+        case Options::Command::kServices:
+            return runServices(options);
+        default:
+            return runDeviceCommand(options, access);
+    }
+}
+
+ExitCode runLine(const std::vector<std::string>& arguments) {
+    const ParsedLine line = parseCommandLine(arguments);
+    if (line.options) {
+        return runCommand(*line.options);
+    }
+    if (line.exitCode != kOk) {
+        reportError(line.error);
+        return line.exitCode;
+    }
+    return print(line.output);
+}
+
+}  // namespace
+
+}  // namespace devicectl
+
+int main(int argc, char** argv) {
+    devicectl::reserveStandardStreams();
+    devicectl::quietLibraries();
+    std::signal(SIGPIPE, SIG_IGN);
+    const int code = devicectl::runLine(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
+    // Binder threads may run on, and one may be held up for good: nothing is torn down under them.
+    _exit(code);
+}
