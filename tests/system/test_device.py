@@ -86,7 +86,7 @@ class RealDevices(DeviceTestCase):
             self.wait_event(client, "add", "block", "/sda1")
             self.wait_event(client, "add", "block", "/mmcblk0")
         answer = self.services.devicectl("--json", "device", "get", "block", "sda", check=True)
-        self.assertTrue(json.loads(answer.text)["path"].endswith("/block/sda"))
+        self.assertTrue(json.loads(answer.text)["device"]["path"].endswith("/block/sda"))
         self.unplug(stick.name)
         self.unplug(card.name)
         for client in (first, second):
@@ -213,7 +213,7 @@ class Ends(DeviceTestCase):
         self.assertEqual(["SIGKILL: Invalid argument", "SIGSTOP: Invalid argument"], refused)
         banner = [line for line in lines if "device service is starting....." in line]
         self.assertEqual(1, len(banner))
-        self.assertRegex(banner[0], r"\bE\b.*DeviceService")
+        self.assertRegex(banner[0], r"^DeviceService E ")
 
 
 class Wire(DeviceTestCase):

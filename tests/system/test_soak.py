@@ -1,0 +1,72 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Hours of use in minutes: plug, unplug, register, leave, die, again and again; then nothing may have grown."""
+
+from __future__ import annotations
+
+import json
+import os
+import random
+import signal
+
+import harness
+from harness import LIMIT, wait_until
+from test_device import DeviceTestCase
+
+ROUNDS = int(os.environ.get("SOAK_ROUNDS", "40"))
+SEED = int(os.environ.get("SOAK_SEED", "20"))
+WARM_UP = 5         # rounds until caches, pools and the allocator have taken what they take once
+GROWTH_KIB = 1024   # resident memory that the allocator may add over all rounds without a leak behind it
+
+
+class Soak(DeviceTestCase):
+    def footprint(self) -> dict[str, int]:
+        pid = self.daemon().pid
+        script = (f"ls /proc/{pid}/fd | wc -l; ls /proc/{pid}/task | wc -l; "
+                  f"sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/{pid}/status")
+        descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
+        return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
+
+    def round(self, choice: random.Random) -> None:
+        action = choice.choice(("plug", "die", "leave", "query", "restart"))
+        if action == "plug":
+            kind = choice.choice(("stick", "card"))
+            plugged = self.plug(kind)
+            node = "sda" if kind == "stick" else "mmcblk0"
+            self.wait_guest(f"test -e /dev/{node}")
+            self.unplug(plugged.name)
+            self.wait_guest(f"! test -e /dev/{node}")
+        elif action == "die":
+            client = self.holding_client("add", name="dies")
+            client.kill(signal.SIGKILL)
+            client.wait(LIMIT)
+            self.daemon().wait_for(rf"Application PID\[{client.pid}\] die", LIMIT)
+        elif action == "leave":
+            self.assertEqual(0, self.client("add", "remove", "add", "remove").wait(LIMIT))
+        elif action == "query":
+            self.dump()
+            self.assert_daemon_answers()
+        else:
+            self.services.devicectl("stop", check=True)
+            self.services.devicectl("start", check=True)
+
+    def test_nothing_grows(self) -> None:
+        self.start_services()
+        witness = self.holding_client("add", name="witness")
+        choice = random.Random(SEED)
+        for _ in range(WARM_UP):
+            self.round(choice)
+        before = self.footprint()
+        for _ in range(ROUNDS):
+            self.round(choice)
+        wait_until(lambda: "notifier size[1]\n" in self.dump("notifier"), "only the witness to be registered")
+        after = self.footprint()
+        print(f"{ROUNDS} rounds, seed {SEED}: {json.dumps(before)} -> {json.dumps(after)}", flush=True)
+        self.assertEqual(before["descriptors"], after["descriptors"])
+        # The pool may still have grown by a thread that a busy moment asked for; it never shrinks.
+        self.assertLessEqual(after["threads"], before["threads"] + 2)
+        self.assertLessEqual(after["resident KiB"], before["resident KiB"] + GROWTH_KIB)
+        self.assertGreater(len(self.events(witness)), 0)
+
+
+if __name__ == "__main__":
+    harness.main()
