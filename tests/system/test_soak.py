@@ -11,6 +11,7 @@ import signal
 import harness
 from harness import LIMIT, wait_until
 from test_device import DeviceTestCase
+from vm.guestlink import GuestProcess
 
 ROUNDS = int(os.environ.get("SOAK_ROUNDS", "40"))
 SEED = int(os.environ.get("SOAK_SEED", "20"))
@@ -26,15 +27,10 @@ class Soak(DeviceTestCase):
         descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
         return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
 
-    def round(self, choice: random.Random) -> None:
+    def round(self, choice: random.Random, witness: GuestProcess) -> None:
         action = choice.choice(("plug", "die", "leave", "query", "restart"))
         if action == "plug":
-            kind = choice.choice(("stick", "card"))
-            plugged = self.plug(kind)
-            node = "sda" if kind == "stick" else "mmcblk0"
-            self.wait_guest(f"test -e /dev/{node}")
-            self.unplug(plugged.name)
-            self.wait_guest(f"! test -e /dev/{node}")
+            self.in_and_out(witness, choice.choice(("stick", "card")))
         elif action == "die":
             client = self.holding_client("add", name="dies")
             client.kill(signal.SIGKILL)
@@ -54,10 +50,10 @@ class Soak(DeviceTestCase):
         witness = self.holding_client("add", name="witness")
         choice = random.Random(SEED)
         for _ in range(WARM_UP):
-            self.round(choice)
+            self.round(choice, witness)
         before = self.footprint()
         for _ in range(ROUNDS):
-            self.round(choice)
+            self.round(choice, witness)
         wait_until(lambda: "notifier size[1]\n" in self.dump("notifier"), "only the witness to be registered")
         after = self.footprint()
         print(f"{ROUNDS} rounds, seed {SEED}: {json.dumps(before)} -> {json.dumps(after)}", flush=True)
