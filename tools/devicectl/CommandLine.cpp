@@ -4,8 +4,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cmath>
+#include <system_error>
 
 #include "device/DeviceManagerItf.h"
 #include "tools/devicectl/Managers.h"
@@ -15,7 +16,6 @@ namespace devicectl {
 
 namespace {
 
-constexpr unsigned kDefaultAnswerSeconds = 30;
 constexpr unsigned kMaxAnswerSeconds = 86400;
 constexpr double kMaxMonitorSeconds = 1e9;
 
@@ -31,41 +31,60 @@ constexpr const char* kExitCodes =
     "Options of the program may stand before or after the command. What follows -- is never an option.\n"
     "The driver's node is /dev/binder, or what the environment variable BINDER_DEVICE names.";
 
-constexpr const char* kStartHelp =
-    "Start managers. From then on the daemon follows the kernel's events, lists devices and reports to its\n"
-    "clients. Devices that were there before stay unlisted. A manager that runs already is left as it is.";
-constexpr const char* kStopHelp =
-    "Stop managers. The daemon lives on and keeps its clients and its list, but follows no events: for "
-    "every\n"
-    "client, what comes and goes meanwhile is lost. A manager that is stopped already is left as it is.";
-constexpr const char* kGetHelp =
-    "Show the device with all its properties. Changes nothing; exit status 1 if there is none.\n"
+constexpr const char* kCommonOptions =
+    "The options --json and --timeout and the exit statuses are in devicectl --help.";
+
+/** A command's help: one line for lists, and what else its own help says. */
+struct Help {
+    const char* summary;
+    const char* details;
+};
+
+constexpr Help kStartHelp{"Start managers: the daemon begins to follow the kernel's events",
+                          "From then on the daemon lists the devices that come and reports to its clients. "
+                          "Devices that were there\n"
+                          "before stay unlisted. A manager that runs already is left as it is."};
+constexpr Help kStopHelp{"Stop managers: the daemon no longer follows events",
+                         "The daemon lives on and keeps its clients and its list, but for every client, what "
+                         "comes and goes until\n"
+                         "the next start is lost. A manager that is stopped already is left as it is."};
+constexpr Help kGetHelp{
+    "Show a device with all its properties",
+    "Exit status 1 if there is none. Changes nothing.\n"
     "Ask only for subsystems whose devices all have a node, such as block: in a subsystem where a device "
     "has\n"
-    "none (usb, mmc), the question ends the daemon, and with it the service for every client.";
-constexpr const char* kAncestorsHelp =
-    "List the devices above a path: those whose paths begin it, in the order in which they came. Changes\n"
-    "nothing; an empty list is an answer (exit status 0).";
-constexpr const char* kControllerHelp =
-    "Show the path of a controller of the unit. Changes nothing; exit status 1 if it is not known (the "
-    "daemon\n"
-    "then logs an error).";
-constexpr const char* kMonitorHelp =
-    "Show devices as they come and go, until SIGINT or SIGTERM. Registers one client with the daemon and "
-    "removes\n"
-    "it at the end. When the daemon dies, says so, waits for its return and registers again.\n"
-    "Events are taken at once, whatever becomes of the output: a reader that stands still costs memory of "
-    "this\n"
-    "program (about 1 KiB an event) and never holds up the daemon. A reader that goes away ends the monitor.";
-constexpr const char* kDumpHelp =
-    "Show what a service tells of its state: without arguments what it manages, with the argument "
-    "\"notifier\" its\n"
-    "registered clients. Changes nothing. The service writes into memory, never into the output of this "
-    "program.";
-constexpr const char* kServicesHelp =
-    "List the services of the service manager and whether they live: alive, dead, or silent (no answer "
-    "within\n"
-    "two seconds). Changes nothing.";
+    "none (usb, mmc), the question ends the daemon, and with it the service for every client."};
+constexpr Help kAncestorsHelp{
+    "List the devices above a path: those whose paths begin it",
+    "In the order in which they came; an empty list is an answer (exit status 0). Changes nothing."};
+constexpr Help kControllerHelp{"Show the path of a controller of the unit",
+                               "Exit status 1 if it is not known; the daemon then logs an error. Changes "
+                               "nothing else."};
+constexpr Help kMonitorHelp{"Show devices as they come and go, until SIGINT or SIGTERM",
+                            "Registers one client with the daemon and removes it at the end. When the daemon "
+                            "dies, says so, waits for\n"
+                            "its return and registers again.\n"
+                            "Events are taken at once, whatever becomes of the output: a reader that stands "
+                            "still costs memory of this\n"
+                            "program (about 1 KiB an event) and never holds up the daemon. A reader that "
+                            "goes away ends the monitor."};
+constexpr Help kDumpHelp{
+    "Show what a service tells of its state",
+    "The device service tells its devices without arguments, its registered clients with the argument "
+    "notifier.\n"
+    "The service writes into memory, never into the output of this program. Changes nothing."};
+constexpr Help kServicesHelp{
+    "List the services and whether they live",
+    "alive, dead, or silent (no answer within two seconds). Asks every service once; changes nothing."};
+
+/** Decimal only: leading zeros make no octal number here. */
+template <typename Number>
+std::optional<Number> number(const std::string& text) {
+    Number value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && rest == end ? std::optional(value) : std::nullopt;
+}
 
 std::optional<int> controllerType(const std::string& text) {
     if (text == "usb") {
@@ -74,13 +93,7 @@ std::optional<int> controllerType(const std::string& text) {
     if (text == "card") {
         return device::kControllerCard;
     }
-    int value = 0;
-    const bool digits = !text.empty() && std::all_of(text.begin() + (text[0] == '-' ? 1 : 0), text.end(),
-                                                     [](unsigned char c) { return std::isdigit(c) != 0; });
-    if (!digits || !CLI::detail::lexical_cast(text, value)) {
-        return std::nullopt;
-    }
-    return value;
+    return number<int>(text);
 }
 
 std::string mustBeManager(const std::string& name) {
@@ -89,6 +102,10 @@ std::string mustBeManager(const std::string& name) {
 
 std::string mustBeControllerType(const std::string& text) {
     return controllerType(text) ? "" : "must be usb, card or a number";
+}
+
+std::string mustBeNumber(const std::string& text) {
+    return number<int>(text) ? "" : "must be a number";
 }
 
 /** The services' texts are UTF-16: other bytes have no counterpart there. */
@@ -103,6 +120,15 @@ std::string mustBeSeconds(const std::string& text) {
     return fine ? "" : "must be a number of seconds from 0 to 1000000000";
 }
 
+std::string mustBeTimeout(const std::string& text) {
+    const std::optional<unsigned> seconds = number<unsigned>(text);
+    return seconds && *seconds <= kMaxAnswerSeconds ? "" : "must be a number of seconds from 0 to 86400";
+}
+
+std::string mustBeCount(const std::string& text) {
+    return number<uint64_t>(text).value_or(0) > 0 ? "" : "must be a positive number";
+}
+
 /** The definition of the command line around the options that it fills. */
 class Definition {
   public:
@@ -112,11 +138,14 @@ class Definition {
                               "Show the version and exit");
         mApp.add_flag("--json", mJson,
                       "Print JSON: one object on one line; a monitor prints one for each event");
-        mApp.add_option("--timeout", mOptions.answerSeconds,
-                        "Seconds that one answer of a service may take (0: no limit)")
+        mApp.add_option_function<std::string>(
+                "--timeout",
+                [this](const std::string& text) {
+                    mOptions.answerSeconds = number<unsigned>(text).value_or(0);
+                },
+                "Seconds that one answer of a service may take (default: 30; 0: no limit)")
             ->type_name("SECONDS")
-            ->default_val(kDefaultAnswerSeconds)
-            ->check(CLI::Range(0U, kMaxAnswerSeconds, "a number from 0 to 86400"));
+            ->check(mustBeTimeout);
         mApp.require_subcommand(1);
         mApp.footer(kExitCodes);
         addManagerCommands();
@@ -134,10 +163,10 @@ class Definition {
     }
 
   private:
-    CLI::App* add(CLI::App& parent, const char* name, const char* help, Options::Command command) {
-        CLI::App* const added = parent.add_subcommand(name, help);
+    CLI::App* add(CLI::App& parent, const char* name, const Help& help, Options::Command command) {
+        CLI::App* const added = parent.add_subcommand(name, help.summary);
         added->fallthrough();
-        added->footer("Options of the program (--json, --timeout) are in devicectl --help.");
+        added->footer(std::string(help.details) + "\n\n" + kCommonOptions);
         added->callback([this, command] { mOptions.command = command; });
         return added;
     }
@@ -151,8 +180,9 @@ class Definition {
     }
 
     void addDeviceCommands() {
-        CLI::App& device = *mApp.add_subcommand("device", "Ask the device manager.");
+        CLI::App& device = *mApp.add_subcommand("device", "Ask the device manager");
         device.fallthrough();
+        device.footer(kCommonOptions);
         device.require_subcommand(1);
 
         CLI::App& get = *add(device, "get", kGetHelp, Options::Command::kDeviceGet);
@@ -174,9 +204,14 @@ class Definition {
             ->type_name("")
             ->required()
             ->check(mustBeControllerType);
-        controller.add_option("ID", mOptions.controllerId, "Number of the controller, from 0")
+        controller
+            .add_option_function<std::string>(
+                "ID",
+                [this](const std::string& text) { mOptions.controllerId = number<int>(text).value_or(0); },
+                "Number of the controller, from 0")
             ->type_name("")
-            ->required();
+            ->required()
+            ->check(mustBeNumber);
     }
 
     void addMonitor() {
@@ -185,10 +220,11 @@ class Definition {
             ->type_name("SECONDS")
             ->check(mustBeSeconds);
         monitor
-            .add_option("--count", mOptions.count,
-                        "End by itself after so many events; exit status 1 if --for ends it before")
+            .add_option_function<std::string>(
+                "--count", [this](const std::string& text) { mOptions.count = number<uint64_t>(text); },
+                "End by itself after so many events; exit status 1 if --for ends it before")
             ->type_name("N")
-            ->check(CLI::PositiveNumber);
+            ->check(mustBeCount);
         monitor.add_flag("--properties", mOptions.properties, "Show the properties of what arrives, too");
     }
 
@@ -220,6 +256,15 @@ std::string oneLine(std::string text) {
     return text;
 }
 
+/** What is wrong, in one line. */
+std::string explain(const CLI::Error& error, const CLI::App& app) {
+    const std::vector<std::string> unexpected = app.remaining(true);
+    // A word that is no command is told as a missing command otherwise.
+    const bool strayWord =
+        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !unexpected.empty();
+    return strayWord ? "not a command or option: " + unexpected.front() : oneLine(error.what());
+}
+
 }  // namespace
 
 ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
@@ -236,7 +281,7 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
         line.output = std::string(version.what()) + "\n";
     } catch (const CLI::Error& error) {
         line.exitCode = kUsage;
-        line.error = oneLine(error.what()) + " (devicectl --help explains)";
+        line.error = explain(error, definition.app()) + " (devicectl --help explains)";
     }
     return line;
 }

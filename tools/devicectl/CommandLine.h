@@ -26,7 +26,7 @@ struct Options {
 
     Command command = Command::kServices;
     Format format = Format::kHuman;
-    unsigned answerSeconds = 0;  ///< how long one answer may take; 0 waits for ever
+    unsigned answerSeconds = 30;  ///< how long one answer may take; 0 waits for ever
 
     std::string manager;                 ///< start, stop: one manager's name; empty for all
     std::string subsystem;               ///< device get

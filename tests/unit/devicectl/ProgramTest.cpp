@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "tools/devicectl/ExitCode.h"
+
+// The program itself, on a machine whose driver is missing or no driver at all.
+
+namespace devicectl {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output;
+    std::string error;
+    std::chrono::steady_clock::duration duration;
+};
+
+std::string contents(int fd) {
+    std::string text;
+    std::array<char, 4096> block{};
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t count = 0; (count = read(fd, block.data(), block.size())) > 0;) {
+        text.append(block.data(), static_cast<size_t>(count));
+    }
+    return text;
+}
+
+int temporaryFile() {
+    return open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+}
+
+/** Runs the program with @p node as its driver. @p outputFd replaces its standard output if not negative. */
+Outcome run(const std::vector<std::string>& arguments, const std::string& node = "/nonexistent/binder",
+            int outputFd = -1) {
+    std::vector<std::string> words{DEVICECTL_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    const std::string driver = "BINDER_DEVICE=" + node;
+    std::array<char*, 2> environment{const_cast<char*>(driver.c_str()), nullptr};
+
+    const int output = temporaryFile();
+    const int error = temporaryFile();
+    const auto begin = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(outputFd >= 0 ? outputFd : output, STDOUT_FILENO);
+        dup2(error, STDERR_FILENO);
+        execve(argv[0], argv.data(), environment.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    Outcome outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contents(output),
+                    contents(error), std::chrono::steady_clock::now() - begin};
+    close(output);
+    close(error);
+    return outcome;
+}
+
+/** Every command, in a form that is right. */
+const std::vector<std::vector<std::string>> kCommands{
+    {"start"},
+    {"stop", "device"},
+    {"device", "get", "block", "sda"},
+    {"device", "ancestors", "/devices/x"},
+    {"device", "controller", "usb", "0"},
+    {"monitor"},
+    {"monitor", "--json"},
+    {"dump", "DeviceManager"},
+    {"services"},
+};
+
+void expectOneLine(const std::string& error) {
+    EXPECT_THAT(error, StartsWith("devicectl: "));
+    EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), 1) << error;
+    EXPECT_EQ(error.back(), '\n');
+}
+
+TEST(Program, WithoutDriverSaysWhatToDoAtOnce) {
+    for (const std::vector<std::string>& command : kCommands) {
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.status, kNoDriver) << command[0];
+        EXPECT_EQ(outcome.output, "");
+        expectOneLine(outcome.error);
+        EXPECT_THAT(outcome.error, HasSubstr("/nonexistent/binder"));
+        EXPECT_THAT(outcome.error, HasSubstr("binder_linux")) << "the module to load";
+        EXPECT_LT(outcome.duration, std::chrono::seconds(1)) << command[0];
+    }
+}
+
+TEST(Program, WithANodeThatIsNoDriver) {
+    for (const char* const node : {"/dev/null", "/tmp"}) {
+        const Outcome outcome = run({"services"}, node);
+        EXPECT_EQ(outcome.status, kNoDriver) << node;
+        expectOneLine(outcome.error);
+        EXPECT_THAT(outcome.error, HasSubstr(node));
+    }
+}
+
+TEST(Program, UsageErrorsComeBeforeTheDriver) {
+    for (const std::vector<std::string>& line : std::vector<std::vector<std::string>>{
+             {}, {"frob"}, {"device", "get", "block"}, {"--timeout", "x", "start"}}) {
+        const Outcome outcome = run(line);
+        EXPECT_EQ(outcome.status, kUsage);
+        EXPECT_EQ(outcome.output, "");
+        expectOneLine(outcome.error);
+    }
+}
+
+TEST(Program, AnArgumentDoesNotReachTheTerminalRaw) {
+    const Outcome outcome = run({"fr\x1b[2J\nob"});
+    EXPECT_EQ(outcome.status, kUsage);
+    expectOneLine(outcome.error);
+    EXPECT_EQ(outcome.error.find('\x1b'), std::string::npos);
+}
+
+TEST(Program, HelpAndVersionNeedNoDriver) {
+    const Outcome help = run({"monitor", "--help"});
+    EXPECT_EQ(help.status, kOk);
+    EXPECT_THAT(help.output, HasSubstr("--count"));
+    EXPECT_EQ(help.error, "");
+    const Outcome version = run({"--version"});
+    EXPECT_EQ(version.status, kOk);
+    EXPECT_THAT(version.output, StartsWith("devicectl "));
+}
+
+TEST(Program, AFullDiskIsAnError) {
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(full, 0);
+    const Outcome outcome = run({"--version"}, "/nonexistent", full);
+    close(full);
+    EXPECT_EQ(outcome.status, kFailed);
+    expectOneLine(outcome.error);
+    EXPECT_THAT(outcome.error, HasSubstr("No space left"));
+}
+
+TEST(Program, AReaderThatWentIsNotComplainedAbout) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    close(ends[0]);
+    const Outcome outcome = run({"--help"}, "/nonexistent", ends[1]);
+    close(ends[1]);
+    EXPECT_EQ(outcome.status, kFailed);
+    EXPECT_EQ(outcome.error, "");
+}
+
+}  // namespace
+
+}  // namespace devicectl

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/devicectl/Render.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "device/Device.h"
+
+namespace devicectl {
+
+using android::sp;
+using android::Vector;
+using device::Device;
+using device::DeviceItf;
+using Json = nlohmann::json;
+
+namespace {
+
+sp<DeviceItf> disk() {
+    const sp<Device> device = new Device();
+    device->setPath("/devices/usb1/block/sda");
+    device->setSubsystem("block");
+    device->addParam("DEVNAME", "sda");
+    device->addParam("DEVTYPE", "disk");
+    return device;
+}
+
+/** A device of which every text tries to harm. */
+sp<DeviceItf> hostile() {
+    const sp<Device> device = new Device();
+    device->setPath("/devices/\x1b]0;title\x07/\xff\xfe");
+    device->setSubsystem("bl\nock");
+    device->addParam("DEVNAME",
+                     "s\x1b[31md\xc2\x9b"
+                     "a");
+    device->addParam(
+        "K\x1b"
+        "EY\"",
+        "\"}\n{\"event\":\"forged\"}\xe2\x80\xae\x7f");
+    return device;
+}
+
+Event eventOf(Event::Kind kind, const sp<DeviceItf>& device = nullptr) {
+    Event event;
+    event.kind = kind;
+    event.time = Event::Clock::time_point(std::chrono::microseconds(1'700'000'003'004'500));
+    event.device = device;
+    event.service = "DeviceManager";
+    return event;
+}
+
+/** The object on @p text's one line; fails the test if there is anything else. */
+Json oneObject(const std::string& text) {
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+    EXPECT_EQ(text.back(), '\n');
+    EXPECT_TRUE(std::all_of(text.begin(), text.end() - 1, [](unsigned char c) {
+        return c >= 0x20 && c < 0x7f;
+    })) << text;
+    const Json json = Json::parse(text, nullptr, false);
+    EXPECT_TRUE(json.is_object()) << text;
+    return json;
+}
+
+class Render : public testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+};
+
+TEST_F(Render, ArrivalAsJson) {
+    EXPECT_EQ(renderEvent(Format::kJson, eventOf(Event::Kind::kDeviceAdded, disk()), false),
+              "{\"event\":\"device-added\",\"time\":1700000003.0045,\"path\":\"/devices/usb1/block/sda\","
+              "\"subsystem\":\"block\",\"params\":{\"DEVNAME\":\"sda\",\"DEVTYPE\":\"disk\"}}\n");
+}
+
+TEST_F(Render, RemovalAsJson) {
+    const Json json =
+        oneObject(renderEvent(Format::kJson, eventOf(Event::Kind::kDeviceRemoved, disk()), false));
+    EXPECT_EQ(json["event"], "device-removed");
+    EXPECT_EQ(json["params"]["DEVNAME"], "sda");
+}
+
+TEST_F(Render, ManagerEventAsJson) {
+    Event event = eventOf(Event::Kind::kDeviceEvent);
+    event.code = -7;
+    event.value = 2147483647;
+    EXPECT_EQ(renderEvent(Format::kJson, event, false),
+              "{\"event\":\"device-event\",\"time\":1700000003.0045,\"code\":-7,\"value\":2147483647}\n");
+}
+
+TEST_F(Render, ServiceEventsAsJson) {
+    EXPECT_EQ(
+        renderEvent(Format::kJson, eventOf(Event::Kind::kServiceUp), false),
+        "{\"event\":\"service\",\"time\":1700000003.0045,\"service\":\"DeviceManager\",\"state\":\"up\"}\n");
+    EXPECT_EQ(oneObject(renderEvent(Format::kJson, eventOf(Event::Kind::kServiceDown), false))["state"],
+              "down");
+}
+
+TEST_F(Render, DeviceWithoutPropertiesAsJson) {
+    const sp<DeviceItf> bare = new Device();
+    EXPECT_EQ(renderDevice(Format::kJson, bare),
+              "{\"device\":{\"path\":\"\",\"subsystem\":\"\",\"params\":{}}}\n");
+}
+
+TEST_F(Render, EventsForReaders) {
+    const std::string columns = "block/disk          sda             /devices/usb1/block/sda\n";
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceAdded, disk()), false),
+              "22:13:23.004  added    " + columns);
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceRemoved, disk()), true),
+              "22:13:23.004  removed  " + columns);
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceAdded, disk()), true),
+              "22:13:23.004  added    " + columns + "    DEVNAME=sda\n    DEVTYPE=disk\n");
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceEvent), false),
+              "22:13:23.004  event    code 0, value 0\n");
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kServiceUp), false),
+              "22:13:23.004  service  DeviceManager reports to this monitor\n");
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kServiceDown), false),
+              "22:13:23.004  service  DeviceManager died; waiting for its return\n");
+}
+
+TEST_F(Render, DeviceWithoutNodeHasADash) {
+    const sp<Device> device = new Device();
+    device->setPath("/devices/usb1/1-1/1-1:1.0");
+    device->setSubsystem("usb");
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceAdded, device), false),
+              "22:13:23.004  added    usb                 -               /devices/usb1/1-1/1-1:1.0\n");
+}
+
+TEST_F(Render, DeviceForReaders) {
+    EXPECT_EQ(renderDevice(Format::kHuman, disk()),
+              "path       /devices/usb1/block/sda\nsubsystem  block\n    DEVNAME=sda\n    DEVTYPE=disk\n");
+}
+
+TEST_F(Render, NoDevice) {
+    EXPECT_EQ(renderDevice(Format::kHuman, nullptr), "");
+    EXPECT_EQ(renderDevice(Format::kJson, nullptr), "{\"device\":null}\n");
+}
+
+TEST_F(Render, ListOfDevices) {
+    Vector<sp<DeviceItf>> devices;
+    EXPECT_EQ(renderDevices(Format::kHuman, devices), "");
+    EXPECT_EQ(renderDevices(Format::kJson, devices), "{\"devices\":[]}\n");
+    devices.add(disk());
+    devices.add(hostile());
+    EXPECT_EQ(oneObject(renderDevices(Format::kJson, devices))["devices"].size(), 2U);
+    const std::string text = renderDevices(Format::kHuman, devices);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
+}
+
+TEST_F(Render, Controller) {
+    EXPECT_EQ(renderController(Format::kHuman, 1, 2, "/devices/c"), "/devices/c\n");
+    EXPECT_EQ(renderController(Format::kJson, 1, 2, "/devices/c"),
+              "{\"controller\":{\"type\":1,\"id\":2,\"path\":\"/devices/c\"}}\n");
+    EXPECT_EQ(renderController(Format::kHuman, 9, -1, ""), "");
+    EXPECT_EQ(renderController(Format::kJson, 9, -1, ""),
+              "{\"controller\":{\"type\":9,\"id\":-1,\"path\":null}}\n");
+}
+
+TEST_F(Render, Actions) {
+    const std::vector<ManagerAction> actions{{"device", "DeviceManager", 0}, {"other", "OtherManager", -1}};
+    EXPECT_EQ(renderActions(Format::kHuman, "start", actions), "device: started\n");
+    EXPECT_EQ(renderActions(Format::kHuman, "stop", actions), "device: stopped\n");
+    EXPECT_EQ(
+        renderActions(Format::kJson, "stop", actions),
+        "{\"action\":\"stop\",\"managers\":[{\"name\":\"device\",\"service\":\"DeviceManager\",\"result\":0},"
+        "{\"name\":\"other\",\"service\":\"OtherManager\",\"result\":-1}]}\n");
+}
+
+TEST_F(Render, Dump) {
+    EXPECT_EQ(renderDump(Format::kHuman, "S", {}, "-[x]-\n\tline\n\x1b[0m\xff"),
+              "-[x]-\n\tline\n\\x1b[0m\\xff");
+    EXPECT_EQ(renderDump(Format::kJson, "S", {"a", "b"}, "1\n\xff"),
+              "{\"service\":\"S\",\"arguments\":[\"a\",\"b\"],\"text\":\"1\\n\\ufffd\"}\n");
+    EXPECT_EQ(renderDump(Format::kHuman, "S", {}, ""), "");
+}
+
+TEST_F(Render, Services) {
+    const std::vector<ServiceState> services{{"DeviceManager", ServiceState::Life::kAlive},
+                                             {"Other", ServiceState::Life::kDead},
+                                             {"\x1b", ServiceState::Life::kSilent}};
+    EXPECT_EQ(renderServices(Format::kHuman, services),
+              "DeviceManager  alive\nOther          dead\n\\x1b           silent\n");
+    const Json list = oneObject(renderServices(Format::kJson, services))["services"];
+    EXPECT_EQ(list[0], (Json{{"name", "DeviceManager"}, {"state", "alive"}}));
+    EXPECT_EQ(list[1]["state"], "dead");
+    EXPECT_EQ(list[2], (Json{{"name", "\x1b"}, {"state", "silent"}}));
+    EXPECT_EQ(renderServices(Format::kHuman, {}), "");
+    EXPECT_EQ(renderServices(Format::kJson, {}), "{\"services\":[]}\n");
+}
+
+TEST_F(Render, HostileTextsStayInTheirFields) {
+    const Json json =
+        oneObject(renderEvent(Format::kJson, eventOf(Event::Kind::kDeviceAdded, hostile()), false));
+    EXPECT_EQ(json["event"], "device-added");
+    EXPECT_EQ(json["subsystem"], "bl\nock");
+    EXPECT_EQ(json["params"]["K\x1b"
+                             "EY\""],
+              "\"}\n{\"event\":\"forged\"}\xe2\x80\xae\x7f");
+    EXPECT_EQ(json["path"], "/devices/\x1b]0;title\x07/\xef\xbf\xbd\xef\xbf\xbd");
+    oneObject(renderDevice(Format::kJson, hostile()));
+}
+
+TEST_F(Render, HostileTextsDoNotReachTheTerminal) {
+    for (const std::string& text :
+         {renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceAdded, hostile()), true),
+          renderDevice(Format::kHuman, hostile())}) {
+        EXPECT_TRUE(std::none_of(text.begin(), text.end(), [](unsigned char c) {
+            return (c < 0x20 && c != '\n') || c >= 0x7f;
+        })) << text;
+    }
+    const std::string event =
+        renderEvent(Format::kHuman, eventOf(Event::Kind::kDeviceAdded, hostile()), true);
+    EXPECT_EQ(std::count(event.begin(), event.end(), '\n'), 3) << "one for the event, one for each property";
+}
+
+}  // namespace
+
+}  // namespace devicectl
