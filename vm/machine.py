@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import atexit
 import contextlib
 import ctypes
 import os
@@ -57,6 +58,7 @@ class Machine:
         """leave_out names modules that are not loaded; console is where the console's log goes."""
         self.session = session
         self.console = console or session.work / "console.log"
+        self._emulator_log = session.work / "emulator.log"
         self.guest: Guest
         self.peripherals: Peripherals
         self.boot_seconds = 0.0
@@ -69,6 +71,7 @@ class Machine:
     def boot(self, timeout: float = BOOT_LIMIT) -> Machine:
         """Starts the machine and returns when the guest has settled; a failure names the console's log."""
         assert threading.current_thread() is threading.main_thread(), "boot from the main thread"
+        atexit.register(self.stop)
         start = time.monotonic()
         cached = kernel.prepare()
         image = initramfs.build(cached, self.session.work, self._leave_out)
@@ -81,7 +84,9 @@ class Machine:
             self.guest.run([str(GUEST_TOOLS / "bringup"), str(ROOT), str(cache_dir())], timeout, check=True)
         except HeadunitError as error:
             self.stop()
-            raise HeadunitError(f"boot failed: {error}; the console's log is {self._keep_console()}") from error
+            said = " ".join(self.emulator_text().split())
+            raise HeadunitError(f"boot failed: {error}{f' ({said})' if said else ''}; "
+                                f"the console's log is {self._keep_console()}") from error
         except BaseException:
             self.stop()
             raise
@@ -104,8 +109,15 @@ class Machine:
             return self.console.read_text(encoding="utf-8", errors="replace")
         return ""
 
+    def emulator_text(self) -> str:
+        """What the emulator itself said: nothing, as long as all is well."""
+        with contextlib.suppress(OSError):
+            return self._emulator_log.read_text(encoding="utf-8", errors="replace")
+        return ""
+
     def stop(self) -> None:
         """Ends the machine, whatever state it is in. Nothing in it needs an orderly end. Safe to call twice."""
+        atexit.unregister(self.stop)
         process, self._process = self._process, None
         if process is None:
             return
@@ -134,10 +146,9 @@ class Machine:
         qmp_ours, qmp_theirs = socket.socketpair()
         agent_ours, agent_theirs = socket.socketpair()
         self.console.touch()
-        log = self.session.work / "emulator.log"
         argv = self._arguments(cached, image, qmp_theirs.fileno(), agent_theirs.fileno())
         try:
-            with open(log, "wb") as output:
+            with open(self._emulator_log, "wb") as output:
                 self._process = subprocess.Popen(
                     argv, stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True,
                     pass_fds=(qmp_theirs.fileno(), agent_theirs.fileno()), preexec_fn=_end_with(os.getpid()))

@@ -50,7 +50,7 @@ class PortMap:
         return port
 
     def release(self, name: str) -> list[str]:
-        """Frees the port of name; returns the names of what stood behind it, whose ports are free as well."""
+        """Frees the port of name; returns what stood behind it, the nearest first; its ports are free too."""
         own = next((port for port, owner in self._taken.items() if owner == name), None)
         if own is None:
             return []

@@ -8,6 +8,7 @@ so whoever gets the lock of a session knows that its owner is dead, even after k
 
 from __future__ import annotations
 
+import atexit
 import contextlib
 import fcntl
 import os
@@ -85,6 +86,7 @@ class Session:
             (self.entry / "work").write_text(str(self.work), encoding="utf-8")
             self._lock = open(self.entry / "lock", "w", encoding="ascii")
             fcntl.flock(self._lock, fcntl.LOCK_EX)
+        atexit.register(self.close)
 
     @property
     def control_socket(self) -> Path:
@@ -94,6 +96,7 @@ class Session:
         """Removes the folders. Safe to call twice."""
         if self._lock.closed:
             return
+        atexit.unregister(self.close)
         _remove(self.entry)
         self._lock.close()
 

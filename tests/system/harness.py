@@ -65,8 +65,8 @@ class GuestTestCase(unittest.TestCase):
         super().setUp()
         self._named: dict[str, GuestProcess] = {}
         self.services = Services(self.guest, build_dir)
-        # Cleanups run in reverse: the peripherals go while their machine is quiet.
-        self.addCleanup(self.machine.peripherals.unplug_all)
+        # Cleanups run in reverse: the programs end first, so that nothing reacts to what is pulled out.
+        self.addCleanup(self._unplug_all)
         self.addCleanup(self.guest.kill_all)
 
     @property
@@ -100,6 +100,12 @@ class GuestTestCase(unittest.TestCase):
             self.services.start_managers()
         return self.services
 
+    def start_client(self) -> GuestProcess:
+        """Starts a client process that prints what it hears as JSON lines; it is registered when this returns."""
+        client = self.services.monitor()
+        self._note("client", client)
+        return client
+
     def watch_uevents(self) -> GuestProcess:
         """Starts a listener of the kernel's uevents, which is ready when this returns."""
         listener = self.spawn(["stdbuf", "-oL", "udevadm", "monitor", "--kernel", "--property"], name="uevents")
@@ -125,6 +131,7 @@ class GuestTestCase(unittest.TestCase):
         folder = build_dir / "artefacts" / self.id().replace("__main__", Path(sys.argv[0]).stem)
         folder.mkdir(parents=True, exist_ok=True)
         (folder / "console.log").write_text(self.machine.console_text(), encoding="utf-8")
+        (folder / "emulator.log").write_text(self.machine.emulator_text(), encoding="utf-8")
         for name, process in getattr(self, "_named", {}).items():
             lines = "".join(f"{line.time:.6f} {line.stream} {line.text}\n" for line in process.lines())
             state = "still running" if process.returncode is None else f"ended with {process.returncode}"
@@ -133,6 +140,14 @@ class GuestTestCase(unittest.TestCase):
         with contextlib.suppress(HeadunitError):
             (folder / "dmesg.log").write_bytes(self.guest.run(["dmesg"], 20.0).stdout)
         return folder
+
+    def _unplug_all(self) -> None:
+        """Pulls out what is left, and waits until the guest has seen it, so that the next test does not."""
+        if not self.machine.is_running or not self.machine.peripherals.list():
+            return
+        self.machine.peripherals.unplug_all()
+        self.wait_guest("! ls /sys/bus/usb/devices /sys/block | grep -qE '^([0-9]+-[1-9]|sd|mmcblk)'")
+        self.run_guest(["udevadm", "settle"], check=True)
 
     def _note(self, name: str, process: GuestProcess) -> None:
         number = 1
@@ -177,8 +192,8 @@ def main() -> NoReturn:
     parser.add_argument("--build", type=Path, default=build_dir, help="the build folder whose programs are tested")
     arguments, rest = parser.parse_known_args()
     build_dir = arguments.build.absolute()
-    # A time limit of ctest ends in SIGTERM or SIGKILL; the first one leaves nothing behind, the second neither.
-    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(1))
+    # unittest would take an exit for a failed test and go on; the interrupt ends the whole run.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     program = unittest.main(module="__main__", argv=[sys.argv[0], *rest], exit=False, verbosity=2,
                             testRunner=unittest.TextTestRunner(resultclass=EvidenceResult, verbosity=2))
     sys.exit(0 if program.result.wasSuccessful() and program.result.testsRun > 0 else 1)
