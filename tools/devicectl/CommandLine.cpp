@@ -40,14 +40,19 @@ struct Help {
     const char* details;
 };
 
-constexpr Help kStartHelp{"Start managers: the daemon begins to follow the kernel's events",
-                          "From then on the daemon lists the devices that come and reports to its clients. "
-                          "Devices that were there\n"
-                          "before stay unlisted. A manager that runs already is left as it is."};
-constexpr Help kStopHelp{"Stop managers: the daemon no longer follows events",
-                         "The daemon lives on and keeps its clients and its list, but for every client, what "
-                         "comes and goes until\n"
-                         "the next start is lost. A manager that is stopped already is left as it is."};
+constexpr Help kStartHelp{
+    "Start managers: the daemon begins to follow the kernel's events",
+    "From then on the daemon lists the devices that come and reports to its clients, beginning with what "
+    "the\n"
+    "kernel kept of the events since the daemon came up or was stopped (64 KiB, about 150 events). Devices "
+    "that\n"
+    "were there before the daemon stay unlisted. A manager that runs already is left as it is."};
+constexpr Help kStopHelp{
+    "Stop managers: the daemon no longer follows events",
+    "The daemon lives on and keeps its clients and its list, but no client hears of anything before the "
+    "next\n"
+    "start, and what is more than the kernel keeps until then (64 KiB, about 150 events) is lost to all. A\n"
+    "manager that is stopped already is left as it is."};
 constexpr Help kGetHelp{
     "Show a device with all its properties",
     "Exit status 1 if there is none. Changes nothing.\n"

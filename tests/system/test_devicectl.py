@@ -1,0 +1,432 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The command-line client on the real driver: every command, every exit status, monitors that outlive a daemon."""
+
+from __future__ import annotations
+
+import json
+import signal
+import time
+from typing import Any
+
+import harness
+from harness import LIMIT, GuestTestCase, wait_until
+from vm.guestlink import Completed, GuestProcess
+
+OK, FAILED, USAGE, NO_SERVICE, DAEMON_DIED, NO_DRIVER = range(6)
+
+# Each command in a form that is right, without and with an answer in JSON.
+COMMANDS = (("start",), ("stop",), ("device", "get", "block", "sda"), ("device", "ancestors", "/devices/x"),
+            ("device", "controller", "usb", "0"), ("monitor", "--for", "1"), ("dump", "DeviceManager"), ("services",))
+INJECTED_A_SECOND = 200  # slow enough for the daemon to lose none
+DISK = "/devices/virtual/inject/disk"
+
+
+class ClientTestCase(GuestTestCase):
+    """Runs the client and judges what it said."""
+
+    def ctl(self, *arguments: str, status: int | None = OK, timeout: float = LIMIT) -> Completed:
+        """Runs the client and checks its exit status and that a failure is told in one line."""
+        done = self.run_guest([self.program("devicectl"), *arguments], timeout)
+        if status is not None:
+            self.assertEqual(status, done.returncode, f"{arguments}: {done.text}{done.error_text}")
+        self.assert_one_line(done)
+        return done
+
+    def assert_one_line(self, done: Completed) -> None:
+        lines = done.error_text.splitlines()
+        self.assertEqual(0 if done.returncode == OK else 1, len(lines), done.error_text)
+        for line in lines:
+            self.assertTrue(line.startswith("devicectl: "), line)
+
+    def answer(self, *arguments: str, status: int = OK) -> dict[str, Any]:
+        """What the client answers in JSON: one object on one line of plain ASCII."""
+        done = self.ctl("--json", *arguments, status=status)
+        self.assertEqual(1, done.stdout.count(b"\n"))
+        self.assertTrue(done.stdout.isascii())
+        return json.loads(done.stdout)
+
+    def monitor(self, *arguments: str) -> GuestProcess:
+        """A monitor that is registered, in JSON."""
+        process = self.spawn([self.program("devicectl"), "monitor", "--json", *arguments], name="monitor")
+        self.wait_state(process, "up", 1)
+        return process
+
+    def told(self, process: GuestProcess) -> list[dict[str, Any]]:
+        return [json.loads(line.text) for line in process.lines("stdout")]
+
+    def states(self, process: GuestProcess) -> list[str]:
+        return [entry["state"] for entry in self.told(process) if entry["event"] == "service"]
+
+    def wait_state(self, process: GuestProcess, state: str, times: int) -> None:
+        wait_until(lambda: self.states(process).count(state) == times or process.returncode is not None,
+                   f"the monitor to say {state} for the {times}. time")
+        self.assertIsNone(process.returncode, [line.text for line in process.lines()])
+
+    def inject(self, action: str, path: str, *properties: str, subsystem: str = "block", count: int = 1) -> None:
+        self.run_guest([self.program("uevent-inject"), "--action", action, "--path", path, "--subsystem", subsystem,
+                        "--count", str(count), "--rate", str(INJECTED_A_SECOND), *properties], check=True)
+
+    def clients(self) -> int:
+        """How many clients the daemon has."""
+        text = self.ctl("dump", "DeviceManager", "notifier").text
+        return int(text.split("notifier size[")[1].split("]")[0])
+
+    def wait_blocked(self, process: GuestProcess) -> None:
+        """Waits until the process waits for an answer that does not come."""
+        look = f"grep -q '^16 ' /proc/{process.pid}/syscall"
+        self.wait_guest(f"{look} && sleep 0.3 && {look} && sleep 0.3 && {look}")
+
+    @property
+    def daemon(self) -> GuestProcess:
+        assert self.services.daemon is not None
+        return self.services.daemon
+
+    def kill_daemon(self) -> None:
+        self.daemon.kill(signal.SIGKILL)
+        self.assertEqual(-signal.SIGKILL, self.daemon.wait(LIMIT))
+
+    def restart_daemon(self) -> None:
+        self.services.daemon = self.spawn([self.program("device-service")])
+        self.services.wait_service("DeviceManager")
+
+
+class Commands(ClientTestCase):
+    def test_start_and_stop(self) -> None:
+        self.start_services(start_managers=False)
+        self.assertEqual("device: started\n", self.ctl("start").text)
+        self.assertEqual("device: started\n", self.ctl("start", "device").text, "a second start is harmless")
+        monitor = self.monitor()
+        self.inject("add", DISK, "DEVNAME=sdx")
+        wait_until(lambda: len(self.told(monitor)) == 2, "the event of a started manager")
+        self.assertEqual("device: stopped\n", self.ctl("stop").text)
+        self.inject("add", DISK + "2", "DEVNAME=sdy")
+        self.ctl("device", "get", "block", "sdy", status=FAILED)
+        managers = [{"name": "device", "service": "DeviceManager", "result": 0}]
+        self.assertEqual({"action": "stop", "managers": managers}, self.answer("stop"))
+        self.assertEqual({"action": "start", "managers": managers}, self.answer("start", "device"))
+        self.inject("add", DISK + "3", "DEVNAME=sdz")
+        wait_until(lambda: len(self.told(monitor)) == 4, "the events of the second start")
+        self.assertEqual(["sdx", "sdy", "sdz"], [entry["params"]["DEVNAME"] for entry in self.told(monitor)[1:]])
+
+    def test_device_get(self) -> None:
+        self.start_services()
+        monitor = self.monitor("--count", "1")
+        self.inject("add", DISK, "DEVNAME=sdx", "DEVTYPE=disk")
+        self.assertEqual(OK, monitor.wait(LIMIT))
+        device = self.answer("device", "get", "block", "sdx")["device"]
+        self.assertEqual((DISK, "block", "sdx", "disk"), (device["path"], device["subsystem"],
+                                                           device["params"]["DEVNAME"], device["params"]["DEVTYPE"]))
+        reported = self.told(monitor)[1]
+        self.assertEqual(device, {key: reported[key] for key in ("path", "subsystem", "params")})
+        text = self.ctl("device", "get", "block", "sdx").text
+        self.assertTrue(text.startswith(f"path       {DISK}\nsubsystem  block\n"), text)
+        self.assertIn("    DEVNAME=sdx\n", text)
+
+        missing = self.ctl("device", "get", "block", "sdq", status=FAILED)
+        self.assertEqual("", missing.text)
+        self.assertIn("no device sdq in subsystem block", missing.error_text)
+        self.assertEqual({"device": None}, self.answer("device", "get", "block", "sdq", status=FAILED))
+
+    def test_device_ancestors(self) -> None:
+        self.start_services()
+        monitor = self.monitor("--count", "3")
+        self.inject("add", "/devices/virtual/a", subsystem="usb")
+        self.inject("add", "/devices/virtual/a/b", "DEVNAME=sdb")
+        self.inject("add", "/devices/virtual/other", "DEVNAME=sdo")
+        self.assertEqual(OK, monitor.wait(LIMIT))
+        found = self.answer("device", "ancestors", "/devices/virtual/a/b/c")["devices"]
+        self.assertEqual(["/devices/virtual/a", "/devices/virtual/a/b"], [device["path"] for device in found])
+        lines = self.ctl("device", "ancestors", "/devices/virtual/a/b/c").text.splitlines()
+        self.assertEqual([["usb", "-", "/devices/virtual/a"], ["block", "sdb", "/devices/virtual/a/b"]],
+                         [line.split() for line in lines])
+        self.assertEqual({"devices": []}, self.answer("device", "ancestors", ""))
+        self.assertEqual("", self.ctl("device", "ancestors", "/nowhere").text)
+
+    def test_device_controller(self) -> None:
+        self.start_services()
+        self.assertEqual("/devices/platform/ehci-platform.1/usb1\n", self.ctl("device", "controller", "usb", "0").text)
+        self.assertEqual({"controller": {"type": 2, "id": 1, "path": "/devices/platform/vxsdv2-sdc.1"}},
+                         self.answer("device", "controller", "card", "1"))
+        for kind, ident in (("usb", "3"), ("card", "2"), ("9", "0"), ("usb", "-1")):
+            with self.subTest(kind=kind, ident=ident):
+                unknown = self.ctl("device", "controller", kind, ident, status=FAILED)
+                self.assertEqual("", unknown.text)
+                self.assertIn(f"no controller {ident} of type", unknown.error_text)
+                answer = self.answer("device", "controller", kind, ident, status=FAILED)
+                self.assertIsNone(answer["controller"]["path"])
+
+    def test_dump_in_its_three_forms(self) -> None:
+        self.start_services()
+        monitor = self.monitor()
+        self.inject("add", DISK, "DEVNAME=sdx")
+        wait_until(lambda: len(self.told(monitor)) == 2, "the device to be listed")
+        core = self.ctl("dump", "DeviceManager").text
+        self.assertTrue(core.startswith("-[device.DeviceManager]-\n---- dump DeviceManager----\n---dump device---\n"))
+        self.assertIn("[   DEVNAME] [sdx]\n", core)
+        clients = self.ctl("dump", "DeviceManager", "notifier").text
+        self.assertRegex(clients, rf"^-\[device.DeviceManager\]-\nnotifier size\[1\]\nnotifier\[0x[0-9a-f]{{8}}\] "
+                                  rf"pid\[{monitor.pid}\] \n$")
+        self.assertEqual(core, self.ctl("dump", "DeviceManager", "other", "notifier").text)
+        self.assertEqual({"service": "DeviceManager", "arguments": ["notifier"], "text": clients},
+                         self.answer("dump", "DeviceManager", "notifier"))
+
+    def test_dump_to_a_reader_that_went(self) -> None:
+        self.start_services()
+        done = self.run_guest(["bash", "-c", f"{self.program('devicectl')} dump DeviceManager | true"])
+        self.assertEqual(OK, done.returncode)
+        self.assertEqual("", done.error_text)
+        self.assertEqual(0, self.clients(), "the daemon lives")
+
+    def test_services(self) -> None:
+        self.start_services()
+        self.assertEqual("DeviceManager  alive\n", self.ctl("services").text)
+        self.assertEqual({"services": [{"name": "DeviceManager", "state": "alive"}]}, self.answer("services"))
+        self.daemon.kill(signal.SIGSTOP)
+        self.assertEqual("DeviceManager  silent\n", self.ctl("services").text)
+        self.daemon.kill(signal.SIGCONT)
+        self.kill_daemon()
+        wait_until(lambda: self.answer("services") == {"services": []}, "the dead service to be dropped")
+
+    def test_json_of_every_command(self) -> None:
+        self.start_services()
+        for command in COMMANDS:
+            for line in (("--json", *command), (*command, "--json")):
+                with self.subTest(line=line):
+                    done = self.ctl(*line, status=None)
+                    self.assertIn(done.returncode, (OK, FAILED))
+                    objects = [json.loads(text) for text in done.stdout.splitlines()]
+                    self.assertEqual([dict], [type(value) for value in objects])
+
+
+class ExitStatus(ClientTestCase):
+    def test_wrong_command_line(self) -> None:
+        for line in ((), ("frob",), ("start", "engine"), ("device", "get", "block"), ("monitor", "--for", "x")):
+            with self.subTest(line=line):
+                self.assertEqual("", self.ctl(*line, status=USAGE).text)
+
+    def test_no_service_manager(self) -> None:
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                done = self.ctl(*command, status=NO_SERVICE, timeout=10.0)
+                self.assertIn("start servicemanager", done.error_text)
+                self.assertEqual("", done.text)
+
+    def test_no_service(self) -> None:
+        self.services.manager = self.spawn([self.program("servicemanager")])
+        self.services.wait_services_reply()
+        for command in COMMANDS[:-1]:
+            with self.subTest(command=command):
+                done = self.ctl(*command, status=NO_SERVICE, timeout=10.0)
+                self.assertIn("service DeviceManager is not registered: start device-service", done.error_text)
+        self.assertIn("service Other is not registered", self.ctl("dump", "Other", status=NO_SERVICE).error_text)
+        self.assertEqual("", self.ctl("services").text)
+
+    def test_daemon_killed_in_the_middle_of_a_call(self) -> None:
+        for command in COMMANDS[:-1]:
+            with self.subTest(command=command):
+                self.guest.kill_all()
+                self.start_services()
+                self.daemon.kill(signal.SIGSTOP)
+                client = self.spawn([self.program("devicectl"), *command])
+                self.wait_blocked(client)
+                self.daemon.kill(signal.SIGKILL)
+                self.assertEqual(DAEMON_DIED, client.wait(LIMIT))
+                self.assertIn("device-service", "".join(line.text for line in client.lines("stderr")))
+                self.assertEqual(1, len(client.lines()), "one line and nothing else")
+
+    def test_daemon_ended_by_the_question(self) -> None:
+        self.start_services()
+        monitor = self.monitor("--count", "1")
+        self.inject("add", "/devices/virtual/nodeless", subsystem="mmc")
+        self.assertEqual(OK, monitor.wait(LIMIT))
+        done = self.ctl("device", "get", "mmc", "x", status=DAEMON_DIED)
+        self.assertIn("the process of service DeviceManager died during the call: restart device-service",
+                      done.error_text)
+        self.assertEqual(OK, self.daemon.wait(LIMIT))
+
+    def test_daemon_that_does_not_answer(self) -> None:
+        self.start_services()
+        self.daemon.kill(signal.SIGSTOP)
+        for command in COMMANDS[:-1]:
+            with self.subTest(command=command):
+                begin = time.monotonic()
+                done = self.ctl(*command, "--timeout", "1", status=FAILED)
+                self.assertLess(time.monotonic() - begin, 10.0)
+                self.assertIn("no answer from DeviceManager within 1 s", done.error_text)
+
+    def test_service_manager_that_does_not_answer(self) -> None:
+        self.start_services()
+        assert self.services.manager is not None
+        self.services.manager.kill(signal.SIGSTOP)
+        done = self.ctl("services", "--timeout", "1", status=FAILED)
+        self.assertIn("no answer from the service manager within 1 s", done.error_text)
+
+
+class Monitors(ClientTestCase):
+    def test_a_real_stick(self) -> None:
+        self.start_services()
+        monitor = self.monitor()
+        human = self.spawn([self.program("devicectl"), "monitor", "--properties"], name="human")
+        human.wait_for("DeviceManager reports to this monitor", LIMIT, stream="stdout")
+        begin = float(self.run_guest(["date", "+%s.%N"], check=True).text)
+        stick = self.plug("stick")
+        monitor.wait_for(r'"device-added".*"DEVTYPE":"partition"', LIMIT)
+        self.unplug(stick.name)
+        monitor.wait_for(r'"device-removed".*"DEVTYPE":"usb_device"', LIMIT)
+        end = float(self.run_guest(["date", "+%s.%N"], check=True).text)
+        monitor.kill(signal.SIGTERM)
+        self.assertEqual(OK, monitor.wait(LIMIT))
+
+        told = self.told(monitor)
+        self.assertEqual({"event": "service", "service": "DeviceManager", "state": "up"},
+                         {key: value for key, value in told[0].items() if key != "time"})
+        times = [entry["time"] for entry in told[1:]]
+        self.assertEqual(times, sorted(times))
+        self.assertTrue(begin <= times[0] and times[-1] <= end, (begin, times, end))
+        added = [entry["path"] for entry in told if entry["event"] == "device-added"]
+        removed = [entry["path"] for entry in told if entry["event"] == "device-removed"]
+        self.assertEqual(sorted(added), sorted(removed))
+        human.kill(signal.SIGINT)
+        self.assertEqual(OK, human.wait(LIMIT))
+        lines = [line.text for line in human.lines("stdout")]
+        self.assertEqual(len(added), sum("  added    " in line for line in lines))
+        self.assertEqual(len(removed), sum("  removed  " in line for line in lines))
+        self.assertIn("    DEVTYPE=disk", lines)
+        self.assertEqual([], human.lines("stderr") + monitor.lines("stderr"))
+
+    def test_removes_itself_at_every_end(self) -> None:
+        self.start_services()
+        monitors = [self.monitor(), self.monitor(), self.monitor("--for", "0"), self.monitor("--count", "1")]
+        monitors[0].kill(signal.SIGINT)
+        monitors[1].kill(signal.SIGTERM)
+        self.inject("add", DISK, "DEVNAME=sdx")
+        for monitor in monitors:
+            self.assertEqual(OK, monitor.wait(LIMIT))
+        self.assertEqual(0, self.clients())
+        self.assertNotIn("die", "".join(line.text for line in self.daemon.lines("stderr")),
+                         "the daemon saw a removal, not a death")
+
+    def test_count_and_time(self) -> None:
+        self.start_services()
+        few = self.spawn([self.program("devicectl"), "monitor", "--json", "--count", "5", "--for", "3"], name="few")
+        self.wait_state(few, "up", 1)
+        exact = self.monitor("--count", "3")
+        self.inject("add", DISK + "{n}", "DEVNAME=sd{n}", count=4)
+        self.assertEqual(OK, exact.wait(LIMIT))
+        self.assertEqual(["sd0", "sd1", "sd2"], [entry["params"]["DEVNAME"] for entry in self.told(exact)[1:]])
+        self.assertEqual(FAILED, few.wait(LIMIT))
+        self.assertEqual(["devicectl: only 4 of 5 events came in time"], [line.text for line in few.lines("stderr")])
+        self.assertEqual(5, len(self.told(few)))
+
+    def test_outlives_the_daemon(self) -> None:
+        self.start_services()
+        monitor = self.monitor()
+        for time_number in (1, 2):
+            self.kill_daemon()
+            self.wait_state(monitor, "down", time_number)
+            self.restart_daemon()
+            self.wait_state(monitor, "up", time_number + 1)
+            self.assertEqual(1, self.clients())
+            self.ctl("start")
+            self.inject("add", f"{DISK}{time_number}", "DEVNAME=sdx")
+            wait_until(lambda: len(self.told(monitor)) == 1 + 3 * time_number, "the event of the new daemon")
+        self.assertEqual(["up", "down", "up", "down", "up"], self.states(monitor))
+        monitor.kill(signal.SIGTERM)
+        self.assertEqual(OK, monitor.wait(LIMIT))
+        self.assertEqual(0, self.clients())
+        self.assertEqual([], monitor.lines("stderr"))
+
+    def test_outlives_daemon_and_service_manager(self) -> None:
+        self.start_services()
+        monitor = self.monitor()
+        assert self.services.manager is not None
+        self.services.manager.kill(signal.SIGKILL)
+        self.services.manager.wait(LIMIT)
+        self.kill_daemon()
+        self.wait_state(monitor, "down", 1)
+        self.services.manager = self.spawn([self.program("servicemanager")])
+        self.services.wait_services_reply()
+        self.restart_daemon()
+        self.wait_state(monitor, "up", 2)
+        self.assertEqual(1, self.clients())
+
+    def test_can_be_ended_while_the_daemon_is_away(self) -> None:
+        self.start_services()
+        monitor = self.monitor()
+        self.kill_daemon()
+        self.wait_state(monitor, "down", 1)
+        monitor.kill(signal.SIGINT)
+        self.assertEqual(OK, monitor.wait(LIMIT))
+
+    def test_end_while_the_daemon_hangs(self) -> None:
+        self.start_services()
+        patient, hurried = self.monitor(), self.monitor()
+        self.daemon.kill(signal.SIGSTOP)
+        for monitor in (patient, hurried):
+            monitor.kill(signal.SIGTERM)
+            self.wait_guest(f"grep -q '^16 ' /proc/{monitor.pid}/syscall")
+        hurried.kill(signal.SIGTERM)
+        self.assertEqual(-signal.SIGTERM, hurried.wait(LIMIT), "the second signal ends it at once")
+        self.assertEqual(FAILED, patient.wait(LIMIT))
+        self.assertIn("no answer from DeviceManager within 5 s", patient.lines("stderr")[0].text)
+
+    def test_a_reader_that_goes_ends_it_quietly(self) -> None:
+        self.start_services()
+        script = f"{self.program('devicectl')} monitor --json | head -n 1; echo ${{PIPESTATUS[0]}}"
+        done = self.run_guest(["bash", "-c", script], LIMIT)
+        self.assertEqual("0", done.text.splitlines()[-1])
+        self.assertEqual("", done.error_text)
+        self.assertEqual(0, self.clients())
+
+    def test_a_reader_that_stands_still_holds_up_nobody(self) -> None:
+        self.start_services()
+        path = "/tmp/stuck"
+        self.run_guest(["mkfifo", path], check=True)
+        self.addCleanup(self.run_guest, ["rm", "-f", path])
+        # Opens the pipe for reading and reads nothing.
+        self.spawn(["bash", "-c", f"exec 3<{path}; exec sleep 1000"], name="reader")
+        stuck = self.spawn(["bash", "-c", f"exec {self.program('devicectl')} monitor --json >{path}"], name="stuck")
+        wait_until(lambda: self.clients() == 1, "the monitor to be registered")
+        witness = self.monitor()
+        events = 1000  # about five times what a pipe holds
+        self.inject("add", DISK + "{n}", "DEVNAME=sd{n}", "PAD=" + "x" * 200, count=events)
+        wait_until(lambda: len(self.told(witness)) == events + 1, "the other monitor to hear everything")
+        stuck.kill(signal.SIGTERM)
+        self.assertEqual(OK, stuck.wait(LIMIT))
+        self.assertEqual(1, self.clients())
+
+    def test_hostile_texts(self) -> None:
+        self.start_services()
+        monitor = self.monitor("--count", "1")
+        human = self.spawn([self.program("devicectl"), "monitor", "--properties", "--count", "1"], name="human")
+        human.wait_for("reports to this monitor", LIMIT, stream="stdout")
+        script = (f"exec {self.program('uevent-inject')} --path '/devices/virtual/'$'\\xff\\e[2J' "
+                  "'DEVNAME=s'$'\\e]0;x\\a\\xfe\\n\"d'")
+        self.run_guest(["bash", "-c", script], check=True)
+        self.assertEqual(OK, monitor.wait(LIMIT))
+        self.assertEqual(OK, human.wait(LIMIT))
+        self.assertTrue(monitor.output().isascii())
+        told = self.told(monitor)[1]
+        self.assertEqual("s\x1b]0;x\x07\ufffd\n\"d", told["params"]["DEVNAME"])
+        self.assertEqual("/devices/virtual/\ufffd\x1b[2J", told["path"])
+        shown = human.output()
+        self.assertTrue(all(32 <= byte < 127 or byte == 10 for byte in shown), shown)
+        self.assertIn(b'    DEVNAME=s\\x1b]0;x\\x07\\xfe\\x0a"d\n', shown)
+        name = self.run_guest(["bash", "-c", f"{self.program('devicectl')} device get block "
+                                             "'s'$'\\e]0;x\\a\\xfe\\n\"d'"], check=True)
+        self.assertIn(b"path       /devices/virtual/\\xff\\x1b[2J\n", name.stdout)
+
+
+class NoDriver(ClientTestCase):
+    machine_options = {"without_binder": True}
+
+    def test_every_command_says_what_to_do(self) -> None:
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                done = self.ctl(*command, status=NO_DRIVER, timeout=10.0)
+                self.assertEqual("", done.text)
+                self.assertIn("modprobe binder_linux", done.error_text)
+
+
+if __name__ == "__main__":
+    harness.main()
