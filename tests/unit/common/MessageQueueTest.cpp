@@ -16,6 +16,7 @@
 #include "tests/unit/common/ThreadProbe.h"
 #include "tests/unit/support/LogCapture.h"
 
+using android::Looper;
 using android::Message;
 using android::MessageHandler;
 using android::sp;
@@ -383,11 +384,13 @@ TEST(MessageQueueTest, StopsAThreadThatIsNotReadyYet) {
 
 TEST(MessageQueueTest, StopWaitsForThePollInProgressAndNoLonger) {
     constexpr int kLongPoll = 300;
-    const sp<Recorder> recorder = new Recorder();
+    sp<Looper> looper;
+    const sp<Recorder> recorder = new Recorder([&looper](int) { looper = Looper::getForThread(); });
     const sp<MessageQueue> queue = makeQueue(recorder, kLongPoll);
     ASSERT_TRUE(queue->start());
     queue->sendMessage(1);
     ASSERT_TRUE(recorder->waitForCount(1));
+    ASSERT_TRUE(eventually([&looper] { return looper->isPolling(); }));
     const auto start = Clock::now();
     queue->stop();
     const auto waited = Clock::now() - start;
