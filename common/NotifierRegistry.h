@@ -193,7 +193,7 @@ void NotifierRegistry<Traits>::dump(android::String8& text) const {
 
 template <typename Traits>
 typename NotifierRegistry<Traits>::Entry NotifierRegistry<Traits>::takeLocked(uint32_t pid) {
-    const Entry entry{mNotifiers.valueFor(pid), mDeathRecipients.valueFor(pid)};
+    Entry entry{mNotifiers.valueFor(pid), mDeathRecipients.valueFor(pid)};
     mProxy->removeNotifier(android::wp<NotifierItf>(entry.wapper));
     mNotifiers.removeItem(pid);
     mDeathRecipients.removeItem(pid);

@@ -11,7 +11,6 @@
 namespace device {
 
 using android::BAD_VALUE;
-using android::BBinder;
 using android::IBinder;
 using android::IPCThreadState;
 using android::OK;

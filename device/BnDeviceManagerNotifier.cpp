@@ -9,7 +9,6 @@
 namespace device {
 
 using android::BAD_VALUE;
-using android::BBinder;
 using android::OK;
 using android::Parcel;
 using android::sp;

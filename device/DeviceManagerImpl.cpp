@@ -18,7 +18,6 @@ using android::sp;
 using android::String16;
 using android::String8;
 using android::Vector;
-using android::wp;
 
 namespace {
 

@@ -24,7 +24,7 @@ namespace {
 
 constexpr const char* kDefaultNode = "/dev/binder";
 constexpr const char* kNodeVariable = "BINDER_DEVICE";
-constexpr size_t kReceiveAreaSize = 1024 * 1024;
+constexpr size_t kReceiveAreaSize = size_t{1024} * 1024;
 constexpr int32_t kServiceManagerHandle = 0;
 constexpr size_t kThreadNameSize = 16;
 

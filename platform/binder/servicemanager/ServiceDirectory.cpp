@@ -12,7 +12,6 @@
 #include <utility>
 
 using android::BAD_VALUE;
-using android::BBinder;
 using android::IBinder;
 using android::IPCThreadState;
 using android::Mutex;

@@ -15,7 +15,6 @@
 
 using android::IPCThreadState;
 using android::ProcessState;
-using android::sp;
 using android::status_t;
 using android::String8;
 
