@@ -3,7 +3,6 @@
 #include <utils/Errors.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
-#include <utils/Vector.h>
 
 #include <chrono>
 #include <future>
@@ -23,7 +22,6 @@ using android::sp;
 using android::status_t;
 using android::String16;
 using android::String8;
-using android::Vector;
 
 namespace {
 

@@ -52,6 +52,7 @@ TEST(EventQueue, LosesNothingOfSeveralWriters) {
     constexpr int32_t kEach = 5000;
     const sp<EventQueue> queue = new EventQueue();
     std::vector<std::thread> writers;
+    writers.reserve(kWriters);
     for (int32_t writer = 0; writer < kWriters; ++writer) {
         writers.emplace_back([queue, writer] {
             for (int32_t i = 0; i < kEach; ++i) {

@@ -49,6 +49,7 @@ Outcome run(const std::vector<std::string>& arguments, const std::string& node =
     std::vector<std::string> words{DEVICECTL_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(word.data());
     }

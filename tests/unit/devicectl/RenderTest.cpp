@@ -60,7 +60,7 @@ Json oneObject(const std::string& text) {
     EXPECT_TRUE(std::all_of(text.begin(), text.end() - 1, [](unsigned char c) {
         return c >= 0x20 && c < 0x7f;
     })) << text;
-    const Json json = Json::parse(text, nullptr, false);
+    Json json = Json::parse(text, nullptr, false);
     EXPECT_TRUE(json.is_object()) << text;
     return json;
 }
@@ -68,7 +68,7 @@ Json oneObject(const std::string& text) {
 class Render : public testing::Test {
   protected:
     void SetUp() override {
-        setenv("TZ", "UTC", 1);
+        setenv("TZ", "UTC", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread.
         tzset();
     }
 };
