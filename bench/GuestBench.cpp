@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -36,6 +37,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kPings = 5000;
 constexpr int kEvents = 1000;
 constexpr std::chrono::seconds kEventLimit{10};
+/** The property that numbers the injected events. */
+constexpr const char* kNumberKey = "BENCH";
 
 [[noreturn]] void fail(const char* what) {
     fprintf(stderr, "bench-guest: %s\n", what);
@@ -53,11 +56,17 @@ nlohmann::json summary(std::vector<double> samples) {
     return {{"n", samples.size()}, {"p50", at(0.50)}, {"p99", at(0.99)}, {"max", samples.back()}};
 }
 
-/** Takes the time of the next arrival; the sender waits for it. */
+/** Takes the time at which the event that the sender waits for arrives; others, left over from before, do not
+ * count. */
 class Arrival {
   public:
-    void note() {
+    void expect(int number) { mExpected = number; }
+
+    void note(int number) {
         const auto now = Clock::now();
+        if (number != mExpected) {
+            return;
+        }
         {
             const std::lock_guard<std::mutex> lock(mMutex);
             mTime = now;
@@ -80,36 +89,39 @@ class Arrival {
     std::condition_variable mCondition;
     Clock::time_point mTime;
     bool mArrived = false;
+    std::atomic<int> mExpected{-1};
 };
 
 class TimingNotifier : public device::DeviceManagerNotifierItf {
   public:
     explicit TimingNotifier(Arrival& arrival) : mArrival(arrival) {}
 
-    int32_t onDeviceAdded(const sp<device::DeviceItf>& /*device*/) override {
-        mArrival.note();
-        return 0;
-    }
-
-    int32_t onDeviceRemoved(const sp<device::DeviceItf>& /*device*/) override {
-        mArrival.note();
-        return 0;
-    }
+    int32_t onDeviceAdded(const sp<device::DeviceItf>& device) override { return note(*device); }
+    int32_t onDeviceRemoved(const sp<device::DeviceItf>& device) override { return note(*device); }
 
     int32_t onEvent(int32_t /*event*/, int32_t /*value*/) override { return 0; }
 
   private:
+    int32_t note(const device::DeviceItf& device) {
+        for (size_t i = 0; i < device.getParamSize(); ++i) {
+            if (device.getParamName(i) == kNumberKey) {
+                mArrival.note(atoi(device.getParamValue(i).string()));
+            }
+        }
+        return 0;
+    }
+
     Arrival& mArrival;
 };
 
 /** The block event of the bench as an "add" or a "remove", so that the daemon's list does not grow. */
-std::string eventFor(bool add) {
+std::string eventFor(bool add, int number) {
     std::string event = bench::blockEvent();
     if (!add) {
         event.replace(0, 3, "remove");
         event.replace(event.find("ACTION=add"), 10, "ACTION=remove");
     }
-    return event;
+    return event + kNumberKey + "=" + std::to_string(number) + '\0';
 }
 
 nlohmann::json injectAndWait(Arrival& arrival) {
@@ -119,7 +131,8 @@ nlohmann::json injectAndWait(Arrival& arrival) {
     }
     std::vector<double> samples;
     for (int i = 0; i < kEvents; ++i) {
-        const std::string event = eventFor(i % 2 == 0);
+        const std::string event = eventFor(i % 2 == 0, i);
+        arrival.expect(i);
         const auto begin = Clock::now();
         if (injector.send(event) != 0) {
             fail("cannot inject a uevent");
@@ -152,8 +165,7 @@ nlohmann::json netlinkReceive() {
         static char buffer[65536];
         for (int received = 0; received < kEvents;) {
             if (uevent_kernel_multicast_recv(fd, buffer, sizeof(buffer)) > 0) {
-                arrival.note();
-                ++received;
+                arrival.note(received++);
             }
         }
     });
@@ -186,9 +198,11 @@ int main() {
 
     nlohmann::json result;
     result["binder ping round trip"] = pings(service);
-    result["netlink receive"] = netlinkReceive();
     manager->startup();
     result["uevent to client call-back"] = callback(manager);
+    // The daemon must not take part in the last one.
+    manager->shutdown();
+    result["netlink receive"] = netlinkReceive();
     puts(result.dump().c_str());
     fflush(stdout);
     // The binder threads still run: no destructor of a static object may meet them.
