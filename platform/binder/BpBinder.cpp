@@ -74,9 +74,10 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
     if (!mAlive) {
         return DEAD_OBJECT;
     }
-    const status_t status = IPCThreadState::self()->transact(mHandle, code, data, reply, flags);
+    bool targetDied = false;
+    const status_t status = IPCThreadState::self()->transact(mHandle, code, data, reply, flags, &targetDied);
     // Handle 0 stands for whoever is the service manager: the next one is reached by the same proxy.
-    if (status == DEAD_OBJECT && mHandle != kServiceManagerHandle) {
+    if (targetDied && mHandle != kServiceManagerHandle) {
         mAlive = false;
     }
     return status;
@@ -91,7 +92,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
         return DEAD_OBJECT;
     }
     Mutex::Autolock lock(mLock);
-    if (mObituariesSent) {
+    if (mObituariesSent || !mAlive) {
         return DEAD_OBJECT;
     }
     IPCThreadState* const thread = IPCThreadState::self();

@@ -51,8 +51,14 @@ IPCThreadState* IPCThreadState::self() {
 
 void IPCThreadState::threadEnded(void* state) {
     auto* const self = static_cast<IPCThreadState*>(state);
+    // What the last call read beyond its answer: references that the driver gave up would be lost.
+    uint32_t command = 0;
+    while (self->take(&command)) {
+        self->executeCommand(command);
+    }
+    self->processPendingDerefs();
     self->flushCommands();
-    const int fd = ProcessState::self()->driver();
+    const int fd = ProcessState::self()->mDriver;
     if (fd >= 0) {
         int32_t unused = 0;
         ioctl(fd, BINDER_THREAD_EXIT, &unused);
@@ -102,7 +108,10 @@ void IPCThreadState::flushCommands() {
 }
 
 status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
-                                  uint32_t flags) {
+                                  uint32_t flags, bool* outTargetDied) {
+    if (reply != nullptr) {
+        reply->freeData();
+    }
     if (data.errorCheck() != OK) {
         return data.errorCheck();
     }
@@ -111,8 +120,8 @@ status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& d
     queueTransaction(BC_TRANSACTION, flags | TF_ACCEPT_FDS, handle, code, data, noStatus);
 
     Parcel unused;
-    const status_t status =
-        oneway ? waitForResponse(nullptr, false) : waitForResponse(reply != nullptr ? reply : &unused, true);
+    Parcel* const answer = reply != nullptr ? reply : &unused;
+    const status_t status = waitForResponse(oneway ? nullptr : answer, !oneway, outTargetDied);
     if (mExecuting == 0) {
         processPendingDerefs();
     }
@@ -170,13 +179,13 @@ bool IPCThreadState::take(T* value) {
     return true;
 }
 
-void IPCThreadState::freeBuffer(const uint8_t* data, size_t size) {
+void IPCThreadState::freeBuffer(const uint8_t* data, size_t size, size_t objectsCount) {
     IPCThreadState* const thread = self();
     thread->queueCommand(BC_FREE_BUFFER);
     thread->queue(wireAddress(data));
     // A small buffer goes back with the next call. A large one must not wait for it: the receive area is
-    // small, and this thread may not call again for long.
-    if (size > kSmallBuffer) {
+    // small, and this thread may not call again for long. Nor must one with objects: it keeps them alive.
+    if (size > kSmallBuffer || objectsCount > 0) {
         thread->flushCommands();
     }
 }
@@ -205,16 +214,22 @@ status_t IPCThreadState::talkWithDriver(bool receive) {
     }
     const int result = TEMP_FAILURE_RETRY(ioctl(fd, BINDER_WRITE_READ, &exchange));
     const int error = errno;
+    if (result < 0) {
+        // What the driver refuses once it refuses again; and a request left here points at a parcel that
+        // goes.
+        mOut.clear();
+        return -error;
+    }
     mOut.erase(mOut.begin(), mOut.begin() + static_cast<ptrdiff_t>(exchange.write_consumed));
     if (needsRead) {
         mIn.assign(incoming, incoming + exchange.read_consumed);
         mInPos = 0;
     }
-    return result >= 0 ? OK : -error;
+    return OK;
 }
 
 /** Serves what the driver sends until this thread's call has its answer: a nested call runs in here. */
-status_t IPCThreadState::waitForResponse(Parcel* reply, bool wantsReply) {
+status_t IPCThreadState::waitForResponse(Parcel* reply, bool wantsReply, bool* outTargetDied) {
     for (;;) {
         const status_t status = talkWithDriver();
         if (status != OK) {
@@ -232,6 +247,9 @@ status_t IPCThreadState::waitForResponse(Parcel* reply, bool wantsReply) {
                 }
                 break;
             case BR_DEAD_REPLY:
+                if (outTargetDied != nullptr) {
+                    *outTargetDied = true;
+                }
                 return DEAD_OBJECT;
             case BR_FAILED_REPLY:
             case BR_FROZEN_REPLY:
@@ -260,11 +278,11 @@ status_t IPCThreadState::takeReply(Parcel* reply) {
         if (transaction.data_size >= sizeof(status)) {
             memcpy(&status, data, sizeof(status));
         }
-        freeBuffer(data, transaction.data_size);
+        freeBuffer(data, transaction.data_size, transaction.offsets_size / sizeof(binder_size_t));
         return status;
     }
     if (reply == nullptr) {
-        freeBuffer(data, transaction.data_size);
+        freeBuffer(data, transaction.data_size, transaction.offsets_size / sizeof(binder_size_t));
         return OK;
     }
     reply->ipcSetDataReference(data, transaction.data_size,

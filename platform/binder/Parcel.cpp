@@ -77,6 +77,9 @@ status_t Parcel::appendFrom(const Parcel* parcel, size_t start, size_t length) {
     if (length == 0) {
         return OK;
     }
+    if (parcel == this) {
+        return BAD_VALUE;
+    }
     if (start > parcel->mDataSize || length > parcel->mDataSize - start || start % kAlignment != 0) {
         return BAD_VALUE;
     }
@@ -99,7 +102,7 @@ status_t Parcel::appendFrom(const Parcel* parcel, size_t start, size_t length) {
             const uint64_t at = base + (offsets[i] - start);
             // Differs from the original where a descriptor was duplicated.
             memcpy(mData + at, &object, sizeof(object));
-            mObjects.push_back(at);
+            listObject(at);
         }
     }
     return status;
@@ -130,9 +133,11 @@ status_t Parcel::acquireCopy(flat_binder_object* object) {
 }
 
 void Parcel::freeData() {
-    closeFileDescriptors();
+    for (const uint64_t at : mObjects) {
+        closeIfOwned(at);
+    }
     if (mRelease != nullptr) {
-        mRelease(mData, mDataSize);
+        mRelease(mData, mDataSize, mObjects.size());
     } else {
         free(mData);
     }
@@ -147,14 +152,27 @@ void Parcel::freeData() {
     const std::vector<sp<IBinder>> held = std::exchange(mHeld, {});
 }
 
-void Parcel::closeFileDescriptors() {
-    for (const uint64_t at : mObjects) {
-        const flat_binder_object object = objectAt(mData + at);
-        const bool owned = mRelease != nullptr || object.cookie == kOwnedDescriptor;
-        if (object.hdr.type == BINDER_TYPE_FD && owned) {
-            close(static_cast<int>(object.handle));
-        }
+void Parcel::closeIfOwned(uint64_t at) const {
+    const flat_binder_object object = objectAt(mData + at);
+    const bool owned = mRelease != nullptr || object.cookie == kOwnedDescriptor;
+    if (object.hdr.type == BINDER_TYPE_FD && owned) {
+        close(static_cast<int>(object.handle));
     }
+}
+
+void Parcel::listObject(uint64_t at) {
+    mObjects.insert(std::upper_bound(mObjects.begin(), mObjects.end(), at), at);
+}
+
+/** Objects that @p length bytes at the position will overwrite, in whole or in part, are none any more. */
+void Parcel::dropOverwritten(size_t length) {
+    const auto isBehind = [](uint64_t at, size_t position) {
+        return at + sizeof(flat_binder_object) <= position;
+    };
+    const auto first = std::lower_bound(mObjects.begin(), mObjects.end(), mDataPos, isBehind);
+    const auto last = std::lower_bound(first, mObjects.end(), mDataPos + length);
+    std::for_each(first, last, [this](uint64_t at) { closeIfOwned(at); });
+    mObjects.erase(first, last);
 }
 
 bool Parcel::hasFileDescriptors() const {
@@ -237,6 +255,7 @@ void* Parcel::writeInplace(size_t length) {
     }
     uint8_t* const place = mData + mDataPos;
     if (size > 0) {
+        dropOverwritten(size);
         memset(place + size - kAlignment, 0, kAlignment);
     }
     mDataPos += size;
@@ -329,7 +348,7 @@ status_t Parcel::writeObject(const flat_binder_object& object, bool listed) {
     const size_t at = mDataPos;
     const status_t status = write(&object, sizeof(object));
     if (status == OK && listed) {
-        mObjects.push_back(at);
+        listObject(at);
     }
     return status;
 }

@@ -133,6 +133,8 @@ status_t ServiceDirectory::add(const Parcel& data, Parcel* reply) {
     int32_t allowIsolated = 0;
     if (data.readString16(&name) != OK || data.readNullableStrongBinder(&service) != OK ||
         data.readInt32(&allowIsolated) != OK) {
+        ALOGE("service of process %d refused: the request is broken",
+              IPCThreadState::self()->getCallingPid());
         return BAD_VALUE;
     }
     const status_t status = addService(name, service, allowIsolated != 0);

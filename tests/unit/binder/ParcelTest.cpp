@@ -7,6 +7,7 @@
 #include <linux/android/binder.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -376,6 +377,120 @@ TEST(ParcelTest, AppendsNoPartOfAnObject) {
     EXPECT_EQ(0U, copy.dataSize());
     EXPECT_EQ(OK, copy.appendFrom(&source, 4, sizeof(flat_binder_object)));
     EXPECT_EQ(1U, copy.objectsCount());
+}
+
+TEST(ParcelTest, AppendsNothingOfItself) {
+    Parcel parcel;
+    parcel.writeInt32(1);
+    EXPECT_EQ(BAD_VALUE, parcel.appendFrom(&parcel, 0, 4));
+    EXPECT_EQ(4U, parcel.dataSize());
+}
+
+// What was once an object's place would make one of whatever is written there.
+TEST(ParcelTest, OverwrittenObjectsAreNoneAnyMore) {
+    const int given = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const sp<IBinder> first = new BBinder();
+    const sp<IBinder> last = new BBinder();
+    Parcel parcel;
+    parcel.writeStrongBinder(first);
+    parcel.writeFileDescriptor(given, true);
+    parcel.writeStrongBinder(last);
+    ASSERT_EQ(3U, parcel.objectsCount());
+    parcel.setDataPosition(2 * sizeof(flat_binder_object) - 4);
+    parcel.writeInt32(1);
+    EXPECT_EQ(2U, parcel.objectsCount());
+    EXPECT_FALSE(isOpen(given));
+    EXPECT_EQ(last, parcel.readStrongBinder());
+    parcel.setDataPosition(sizeof(flat_binder_object));
+    EXPECT_LT(parcel.readFileDescriptor(), 0);
+    // In the middle again: the list stays in order.
+    parcel.writeStrongBinder(last);
+    EXPECT_EQ(3U, parcel.objectsCount());
+    parcel.setDataPosition(0);
+    EXPECT_EQ(first, parcel.readStrongBinder());
+    EXPECT_EQ(last, parcel.readStrongBinder());
+    EXPECT_EQ(last, parcel.readStrongBinder());
+    parcel.setDataPosition(0);
+    parcel.writeInt32(0);
+    parcel.setDataPosition(0);
+    EXPECT_EQ(nullptr, parcel.readStrongBinder());
+}
+
+TEST(ParcelTest, EveryWriteLeavesAMultipleOfFourAndZeros) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 500; ++round) {
+        Parcel parcel;
+        // Old contents where the padding will be.
+        const std::vector<uint8_t> old(256, 0xff);
+        fill(parcel, old);
+        const std::string text(random() % 40, 'x');
+        size_t used = 0;
+        switch (random() % 4) {
+            case 0:
+                parcel.write(text.data(), text.size());
+                used = text.size();
+                break;
+            case 1:
+                parcel.writeCString(text.c_str());
+                used = text.size() + 1;
+                break;
+            case 2:
+                parcel.writeString8(String8(text.c_str()));
+                used = 4 + text.size() + 1;
+                break;
+            default:
+                parcel.writeString16(String16(text.c_str()));
+                used = 4 + 2 * (text.size() + 1);
+                break;
+        }
+        ASSERT_EQ((used + 3) / 4 * 4, parcel.dataPosition());
+        for (size_t at = used; at < parcel.dataPosition(); ++at) {
+            EXPECT_EQ(0, parcel.data()[at]);
+        }
+        ASSERT_EQ(old.size(), parcel.dataSize());
+    }
+}
+
+// A message cut anywhere reads as the values that are whole before the cut, and not one more.
+TEST(ParcelTest, TruncatedAtEveryByte) {
+    struct Value {
+        std::function<void(Parcel&)> write;
+        std::function<bool(const Parcel&)> readsBack;
+    };
+    const std::vector<Value> values = {
+        {[](Parcel& p) { p.writeInterfaceToken(String16("a.b")); },
+         [](const Parcel& p) { return p.enforceInterface(String16("a.b")); }},
+        {[](Parcel& p) { p.writeString8(String8("text")); },
+         [](const Parcel& p) { return p.readString8() == String8("text"); }},
+        {[](Parcel& p) { p.writeCString("word"); },
+         [](const Parcel& p) {
+             const char* const word = p.readCString();
+             return word != nullptr && strcmp(word, "word") == 0;
+         }},
+        {[](Parcel& p) { p.writeInt64(-1); }, [](const Parcel& p) { return p.readInt64() == -1; }},
+        {[](Parcel& p) { p.writeDouble(1.5); }, [](const Parcel& p) { return p.readDouble() == 1.5; }},
+        {[](Parcel& p) { p.writeString16(String16("wide")); },
+         [](const Parcel& p) { return p.readString16() == String16("wide"); }},
+        {[](Parcel& p) { p.writeInt32(-1); }, [](const Parcel& p) { return p.readInt32() == -1; }},
+    };
+    Parcel whole;
+    std::vector<size_t> ends;
+    for (const Value& value : values) {
+        value.write(whole);
+        ends.push_back(whole.dataSize());
+    }
+    const std::vector<uint8_t> bytes = bytesOf(whole);
+    for (size_t size = 0; size <= bytes.size(); ++size) {
+        Parcel cut;
+        fill(cut, {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)});
+        size_t good = 0;
+        while (good < values.size() && values[good].readsBack(cut)) {
+            ++good;
+        }
+        const auto complete = std::upper_bound(ends.begin(), ends.end(), size) - ends.begin();
+        EXPECT_EQ(static_cast<size_t>(complete), good) << size;
+        EXPECT_LE(cut.dataPosition(), size);
+    }
 }
 
 TEST(ParcelTest, RefusesObjectsThatNobodyCouldCall) {

@@ -50,7 +50,9 @@ class IPCThreadState {
 
     /** @name For BpBinder and ProcessState. */
     ///@{
-    status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags);
+    /** @param outTargetDied set when the driver says so, which a status from the callee does not tell */
+    status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags,
+                      bool* outTargetDied);
     void acquireHandle(int32_t handle);
     void releaseHandle(int32_t handle);
     void requestDeathNotification(int32_t handle, uint64_t token);
@@ -64,7 +66,7 @@ class IPCThreadState {
     IPCThreadState& operator=(const IPCThreadState&) = delete;
 
     static void threadEnded(void* state);
-    static void freeBuffer(const uint8_t* data, size_t size);
+    static void freeBuffer(const uint8_t* data, size_t size, size_t objectsCount);
 
     template <typename T>
     void queue(const T& value);
@@ -73,7 +75,7 @@ class IPCThreadState {
     void queueCommand(uint32_t command) { queue(command); }
 
     status_t talkWithDriver(bool receive = true);
-    status_t waitForResponse(Parcel* reply, bool wantsReply);
+    status_t waitForResponse(Parcel* reply, bool wantsReply, bool* outTargetDied = nullptr);
     status_t takeReply(Parcel* reply);
     status_t executeCommand(uint32_t command);
     status_t acknowledge(uint32_t command, uint32_t answer);

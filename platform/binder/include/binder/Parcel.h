@@ -30,7 +30,8 @@ class IPCThreadState;
  * checked against what is there before anything is allocated, a string without its terminator is refused, and
  * an object is taken only from where the kernel says that there is one.
  *
- * Writing appends at the position, which is the end unless setDataPosition() moved it. The first failed write
+ * Writing appends at the position, which is the end unless setDataPosition() moved it; what stands there is
+ * overwritten, and an object overwritten in part is none any more. The first failed write
  * is remembered (errorCheck()); a parcel with an error is not sent.
  *
  * One thread at a time.
@@ -56,7 +57,8 @@ class Parcel {
 
     /**
      * Appends a copy of @p length bytes of @p parcel from @p start, objects and descriptors with their own
-     * references. @return BAD_VALUE when the range is not inside, or would cut an object
+     * references. @return BAD_VALUE when the range is not inside or would cut an object, or when @p parcel is
+     * this one
      */
     status_t appendFrom(const Parcel* parcel, size_t start, size_t length);
 
@@ -160,7 +162,7 @@ class Parcel {
   private:
     friend class IPCThreadState;
 
-    using Release = void (*)(const uint8_t* data, size_t size);
+    using Release = void (*)(const uint8_t* data, size_t size, size_t objectsCount);
 
     /** Takes over a buffer of the driver, which @p release gives back. */
     void ipcSetDataReference(const uint8_t* data, size_t dataSize, const uint64_t* objects,
@@ -177,7 +179,9 @@ class Parcel {
     status_t writeObject(const flat_binder_object& object, bool listed);
     status_t acquireCopy(flat_binder_object* object);
     bool readObject(flat_binder_object* object) const;
-    void closeFileDescriptors();
+    void listObject(uint64_t at);
+    void dropOverwritten(size_t length);
+    void closeIfOwned(uint64_t at) const;
 
     uint8_t* mData = nullptr;
     size_t mDataSize = 0;
