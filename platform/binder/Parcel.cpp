@@ -245,7 +245,7 @@ status_t Parcel::copyReceived() {
 }
 
 void* Parcel::writeInplace(size_t length) {
-    if (length > kMaxSize) {
+    if (length > kMaxSize || mDataPos % kAlignment != 0) {
         remember(BAD_VALUE);
         return nullptr;
     }
@@ -564,7 +564,7 @@ const char16_t* Parcel::readString16Inplace(size_t* outLength) const {
     *outLength = 0;
     const size_t start = mDataPos;
     int32_t length = 0;
-    if (readInt32(&length) == OK && length >= 0) {
+    if (start % kAlignment == 0 && readInt32(&length) == OK && length >= 0) {
         const auto size = static_cast<size_t>(length);
         const size_t bytes =
             size < kMaxSize / sizeof(char16_t) ? (size + 1) * sizeof(char16_t) : kMaxSize + 1;
@@ -602,35 +602,33 @@ String16 Parcel::readString16() const {
     return text;
 }
 
-/** The object at the position, if there is one; null objects are not listed. */
-bool Parcel::readObject(flat_binder_object* object) const {
+/** The object at the position, if there is one; null objects are not listed. Leaves the position. */
+bool Parcel::peekObject(flat_binder_object* object) const {
     if (dataAvail() < sizeof(*object)) {
         return false;
     }
     *object = objectAt(mData + mDataPos);
     const bool isNull = object->hdr.type == BINDER_TYPE_BINDER && object->binder == 0 && object->cookie == 0;
-    if (!isNull && !std::binary_search(mObjects.begin(), mObjects.end(), static_cast<uint64_t>(mDataPos))) {
-        return false;
-    }
-    mDataPos += sizeof(*object);
-    return true;
+    return isNull || std::binary_search(mObjects.begin(), mObjects.end(), static_cast<uint64_t>(mDataPos));
 }
 
 status_t Parcel::readNullableStrongBinder(sp<IBinder>* object) const {
     flat_binder_object flat = {};
-    if (!readObject(&flat)) {
+    if (!peekObject(&flat)) {
         return dataAvail() < sizeof(flat) ? NOT_ENOUGH_DATA : BAD_TYPE;
     }
     switch (flat.hdr.type) {
         case BINDER_TYPE_BINDER:
             *object = localOf(flat);
-            return OK;
+            break;
         case BINDER_TYPE_HANDLE:
             *object = ProcessState::self()->getStrongProxyForHandle(static_cast<int32_t>(flat.handle));
-            return OK;
+            break;
         default:
             return BAD_TYPE;
     }
+    mDataPos += sizeof(flat);
+    return OK;
 }
 
 status_t Parcel::readStrongBinder(sp<IBinder>* object) const {
@@ -646,9 +644,10 @@ sp<IBinder> Parcel::readStrongBinder() const {
 
 int Parcel::readFileDescriptor() const {
     flat_binder_object flat = {};
-    if (!readObject(&flat) || flat.hdr.type != BINDER_TYPE_FD) {
+    if (!peekObject(&flat) || flat.hdr.type != BINDER_TYPE_FD) {
         return BAD_TYPE;
     }
+    mDataPos += sizeof(flat);
     return static_cast<int>(flat.handle);
 }
 

@@ -313,6 +313,32 @@ TEST(ParcelTest, AnObjectIsOnlyWhereItBegins) {
     }
 }
 
+TEST(ParcelTest, AnObjectOfAnotherKindStaysUnread) {
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const sp<IBinder> object = new BBinder();
+    Parcel parcel;
+    parcel.writeStrongBinder(object);
+    parcel.writeFileDescriptor(fd, true);
+    parcel.setDataPosition(0);
+    EXPECT_EQ(BAD_TYPE, parcel.readFileDescriptor());
+    EXPECT_EQ(object, parcel.readStrongBinder());
+    sp<IBinder> none;
+    EXPECT_EQ(BAD_TYPE, parcel.readNullableStrongBinder(&none));
+    EXPECT_EQ(fd, parcel.readFileDescriptor());
+}
+
+// Contents from elsewhere may end anywhere; what is written there would not be aligned.
+TEST(ParcelTest, NoValueBeginsAtAnOddPosition) {
+    Parcel parcel;
+    fill(parcel, {1, 0, 0, 0, 'a', 0, 0, 0, 0, 0, 0});
+    parcel.setDataPosition(1);
+    EXPECT_EQ(String16(), parcel.readString16());
+    EXPECT_EQ(1U, parcel.dataPosition());
+    parcel.setDataPosition(parcel.dataSize());
+    EXPECT_EQ(BAD_VALUE, parcel.writeString16(String16("b")));
+    EXPECT_EQ(11U, parcel.dataSize());
+}
+
 TEST(ParcelTest, DescriptorsAreClosedWhenTheyAreItsOwn) {
     const int lent = open("/dev/null", O_RDONLY | O_CLOEXEC);
     const int given = open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -49,7 +49,10 @@ class Parcel {
     /** Bytes from the position to the end. */
     size_t dataAvail() const { return mDataSize - mDataPos; }
     size_t dataPosition() const { return mDataPos; }
-    /** Moves the position; one past the end is cut to the end. */
+    /**
+     * Moves the position; one past the end is cut to the end. Values begin at multiples of 4: elsewhere a
+     * write fails with BAD_VALUE, and a String16 is not found.
+     */
     void setDataPosition(size_t position) const;
 
     /** Replaces the contents by a copy of plain bytes, which hold no objects. */
@@ -178,7 +181,7 @@ class Parcel {
     status_t readAligned(T* value) const;
     status_t writeObject(const flat_binder_object& object, bool listed);
     status_t acquireCopy(flat_binder_object* object);
-    bool readObject(flat_binder_object* object) const;
+    bool peekObject(flat_binder_object* object) const;
     void listObject(uint64_t at);
     void dropOverwritten(size_t length);
     void closeIfOwned(uint64_t at) const;
