@@ -11,6 +11,9 @@ using android::String8;
 
 namespace {
 
+/** Room for the properties of most uevents, so that the list does not grow step by step. */
+constexpr size_t kUsualParams = 16;
+
 String8 textOrEmpty(const char* text) {
     return text != nullptr ? String8(text) : String8();
 }
@@ -39,6 +42,9 @@ void Device::addParam(const char* key, const char* value) {
 }
 
 void Device::addParam(const String8& key, const String8& value) {
+    if (mParams.isEmpty()) {
+        mParams.setCapacity(kUsualParams);
+    }
     mParams.add(key, value);
 }
 
