@@ -17,7 +17,7 @@ constexpr char kThreadName[] = "EventLooper";
 }  // namespace
 
 EventLooper::EventLooper(const sp<Looper>& looper, int timeoutMillis)
-    : Thread(true), mLooper(looper), mTimeoutMillis(timeoutMillis) {}
+    : Thread(/*canCallJava=*/true), mLooper(looper), mTimeoutMillis(timeoutMillis) {}
 
 void EventLooper::start() {
     if (onOwnThread()) {

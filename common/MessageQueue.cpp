@@ -34,7 +34,7 @@ void MessageQueue::Free::operator()(char* text) const {
 }
 
 MessageQueue::MessageQueue(const sp<MessageHandler>& handler, int timeoutMillis, const char* name)
-    : Thread(true), mName(strdup(name)), mHandler(handler), mTimeoutMillis(timeoutMillis) {}
+    : Thread(/*canCallJava=*/true), mName(strdup(name)), mHandler(handler), mTimeoutMillis(timeoutMillis) {}
 
 MessageQueue::~MessageQueue() {
     mHandler.clear();
@@ -85,6 +85,8 @@ void MessageQueue::settleLocked() {
     }
 }
 
+// Not by Thread::requestExitAndWait(): it waits for ever for a handler that waits for this very stop, and
+// start() could not take it back.
 void MessageQueue::stop() {
     Mutex::Autolock lock(mStateLock);
     settleLocked();

@@ -17,7 +17,6 @@
 
 #include "tests/integration/common/ChildProcess.h"
 
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;

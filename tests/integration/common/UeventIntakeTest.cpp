@@ -165,7 +165,7 @@ TEST_F(UeventIntakeTest, DropsForeignSendersWithALineEach) {
 
 TEST_F(UeventIntakeTest, DropsWhatIsNoUeventWithALine) {
     mObserver->start();
-    const std::string noHeader("no header\0ACTION=add", 21);
+    const std::string noHeader = std::string("no header") + '\0' + "ACTION=add" + '\0';
     ASSERT_EQ(0, mInjector.send(noHeader));
     ASSERT_EQ(0, inject("add"));
     ASSERT_TRUE(mNotifier->waitForCount(1));
@@ -188,7 +188,7 @@ TEST_F(UeventIntakeTest, AnEmptyRequestHasNoHeader) {
 
 TEST_F(UeventIntakeTest, SurvivesPropertiesWithoutEquals) {
     mObserver->start();
-    ASSERT_EQ(0, mInjector.send(std::string("add@") + kPath + std::string("\0LONE\0LONELY", 13)));
+    ASSERT_EQ(0, mInjector.send("add@" + kPath + '\0' + "LONE" + '\0' + "LONELY" + '\0'));
     ASSERT_EQ(0, inject("remove"));
     ASSERT_TRUE(mNotifier->waitForCount(2));
     // Ran on to the kernel's own "SEQNUM=".
@@ -202,6 +202,7 @@ TEST_F(UeventIntakeTest, SurvivesPropertiesWithoutEquals) {
 TEST_F(UeventIntakeTest, KeepsThe32FirstOf40Properties) {
     mObserver->start();
     std::vector<std::string> properties;
+    properties.reserve(40);
     for (int i = 0; i < 40; ++i) {
         properties.push_back("KEY" + std::to_string(i) + "=" + std::to_string(i));
     }
@@ -350,6 +351,7 @@ class Storm {
 TEST_F(UeventIntakeTest, LosesNoneOf20000At20000PerSecond) {
     constexpr int kCount = 20000;
     std::vector<std::string> datagrams;
+    datagrams.reserve(kCount);
     for (int i = 0; i < kCount; ++i) {
         datagrams.push_back(
             UeventInjector::compose("add", kPath, "block",

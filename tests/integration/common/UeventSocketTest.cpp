@@ -56,7 +56,7 @@ class UeventSocketTest : public ::testing::Test {
                 mError = errno;
                 continue;
             }
-            const std::string datagram(mBuffer, static_cast<size_t>(size));
+            std::string datagram(mBuffer, static_cast<size_t>(size));
             if (datagram.find(kPath) != std::string::npos) {
                 return datagram;
             }

@@ -150,6 +150,7 @@ TEST_F(EventLooperTest, StartRightAfterAStopFromInsideACallback) {
 
 TEST_F(EventLooperTest, ConcurrentStartsAndStopsEnd) {
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int t = 0; t < 3; ++t) {
         threads.emplace_back([this] {
             for (int i = 0; i < 200; ++i) {

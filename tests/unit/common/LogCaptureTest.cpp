@@ -87,6 +87,7 @@ TEST(LogCaptureTest, LosesNothingUnderSeveralWriters) {
     constexpr int kThreads = 4;
     constexpr int kLines = 200;
     std::vector<std::thread> writers;
+    writers.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         writers.emplace_back([] {
             for (int i = 0; i < kLines; ++i) {

@@ -33,7 +33,7 @@ using std::chrono::milliseconds;
 
 constexpr int kTimeoutMillis = 20;
 constexpr nsecs_t kMillisecond = 1000000;
-constexpr nsecs_t kHour = 3600 * 1000 * kMillisecond;
+constexpr nsecs_t kHour = kMillisecond * 1000 * 3600;
 
 /** Notes the messages that it is given, and runs the test's function for each. */
 class Recorder : public MessageHandler {
@@ -481,7 +481,7 @@ TEST(MessageQueueTest, StopAndStartFromAHandlerKeepsPendingMessages) {
     });
     queue = makeQueue(recorder);
     ASSERT_TRUE(queue->start());
-    queue->sendMessageDelayed(2, 2 * kTimeoutMillis * kMillisecond);
+    queue->sendMessageDelayed(2, kMillisecond * kTimeoutMillis * 2);
     queue->sendMessage(1);
     ASSERT_TRUE(recorder->waitForCount(2));
     queue->stop();
@@ -520,6 +520,7 @@ TEST(MessageQueueTest, ConcurrentStartsAndStopsEndInAUsableQueue) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder, 1);
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int t = 0; t < 3; ++t) {
         threads.emplace_back([&queue] {
             for (int i = 0; i < 100; ++i) {
@@ -545,6 +546,7 @@ TEST(MessageQueueTest, ManyThreadsPost) {
     const sp<MessageQueue> queue = makeQueue(recorder);
     ASSERT_TRUE(queue->start());
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (uint32_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&queue, t] {
             for (size_t i = 0; i < kMessages; ++i) {

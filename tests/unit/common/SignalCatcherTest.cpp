@@ -77,6 +77,7 @@ class SignalCatcherTest : public ::testing::Test {
 
     static std::vector<int> numbers() {
         std::vector<int> list;
+        list.reserve(sRegistrations.size());
         for (const Registration& registration : sRegistrations) {
             list.push_back(registration.number);
         }

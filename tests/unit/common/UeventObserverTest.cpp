@@ -164,6 +164,7 @@ class NotingNotifier : public UeventObserverNotifier {
 TEST_F(UeventObserverTest, NotifiersHearTheSameRecordInAscendingOrderOfAddress) {
     NotingNotifier::Heard heard;
     std::vector<sp<UeventObserverNotifier>> notifiers;
+    notifiers.reserve(8);
     for (int i = 0; i < 8; ++i) {
         notifiers.push_back(new NotingNotifier(&heard));
     }

@@ -90,6 +90,7 @@ int __android_log_write(int priority, const char* tag, const char* text) {
 
 int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
     char text[kLineSize];
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller's
     vsnprintf(text, sizeof(text), format, arguments);
     return write(priority, tag, text);
 }
@@ -111,6 +112,7 @@ __attribute__((format(printf, 4, 5))) int __android_log_buf_print(int buffer, in
     char text[kLineSize];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started on the line before
     vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     return writeBuffer(buffer, priority, tag, text);
