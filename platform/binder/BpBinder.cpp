@@ -72,6 +72,9 @@ status_t BpBinder::dump(int fd, const Vector<String16>& args) {
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (!mAlive) {
+        if (reply != nullptr) {
+            reply->freeData();
+        }
         return DEAD_OBJECT;
     }
     bool targetDied = false;
@@ -88,8 +91,11 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
         return BAD_VALUE;
     }
     // The driver takes no request for a service manager that is not there, and does not say so.
-    if (mHandle == kServiceManagerHandle && pingBinder() != OK) {
-        return DEAD_OBJECT;
+    if (mHandle == kServiceManagerHandle) {
+        const status_t status = pingBinder();
+        if (status != OK) {
+            return status;
+        }
     }
     Mutex::Autolock lock(mLock);
     if (mObituariesSent || !mAlive) {
@@ -136,22 +142,22 @@ BpBinder* BpBinder::remoteBinder() {
     return this;
 }
 
-void BpBinder::sendObituary() {
+void BpBinder::sendObituary(uint64_t token) {
     std::vector<Obituary> obituaries;
     {
         Mutex::Autolock lock(mLock);
-        if (mObituariesSent) {
+        // The same proxy serves the next service manager.
+        const bool canReturn = mHandle == kServiceManagerHandle;
+        mAlive = canReturn;
+        if (mObituariesSent || token != mDeathToken) {
             return;
         }
         obituaries.swap(mObituaries);
         clearDeathRequestLocked();
-        if (mHandle == kServiceManagerHandle) {
-            // The same proxy serves the next service manager.
+        mObituariesSent = !canReturn;
+        if (canReturn) {
             IPCThreadState::self()->releaseHandle(mHandle);
             mHoldsHandle = false;
-        } else {
-            mAlive = false;
-            mObituariesSent = true;
         }
     }
     for (const Obituary& obituary : obituaries) {

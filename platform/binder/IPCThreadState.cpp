@@ -21,6 +21,8 @@ namespace {
 
 constexpr size_t kReadSize = 1024;
 constexpr size_t kSmallBuffer = 4096;
+/** Newer than some kernels' headers: a oneway request is kept for a process that is frozen. */
+constexpr uint32_t kOnewayKeptForFrozen = _IO('r', 20);
 
 template <typename T>
 T* pointerFrom(binder_uintptr_t value) {
@@ -56,7 +58,7 @@ void IPCThreadState::threadEnded(void* state) {
     while (self->take(&command)) {
         self->executeCommand(command);
     }
-    self->processPendingDerefs();
+    self->processPending();
     self->flushCommands();
     const int fd = ProcessState::self()->mDriver;
     if (fd >= 0) {
@@ -85,8 +87,9 @@ void IPCThreadState::restoreCallingIdentity(int64_t token) {
 
 void IPCThreadState::joinThreadPool(bool isMain) {
     queueCommand(isMain ? BC_ENTER_LOOPER : BC_REGISTER_LOOPER);
+    mIsPooled = true;
     for (;;) {
-        processPendingDerefs();
+        processPending();
         const status_t status = talkWithDriver();
         if (status != OK) {
             ALOGE("thread leaves the pool: %s", strerror(-status));
@@ -97,6 +100,7 @@ void IPCThreadState::joinThreadPool(bool isMain) {
             break;
         }
     }
+    mIsPooled = false;
     queueCommand(BC_EXIT_LOOPER);
     flushCommands();
 }
@@ -122,8 +126,8 @@ status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& d
     Parcel unused;
     Parcel* const answer = reply != nullptr ? reply : &unused;
     const status_t status = waitForResponse(oneway ? nullptr : answer, !oneway, outTargetDied);
-    if (mExecuting == 0) {
-        processPendingDerefs();
+    if (mExecuting == 0 && !mIsPooled) {
+        processPending();
     }
     return status;
 }
@@ -241,6 +245,7 @@ status_t IPCThreadState::waitForResponse(Parcel* reply, bool wantsReply, bool* o
         }
         switch (command) {
             case BR_ONEWAY_SPAM_SUSPECT:
+            case kOnewayKeptForFrozen:
             case BR_TRANSACTION_COMPLETE:
                 if (!wantsReply) {
                     return OK;
@@ -272,23 +277,20 @@ status_t IPCThreadState::takeReply(Parcel* reply) {
     if (!take(&transaction)) {
         return NOT_ENOUGH_DATA;
     }
-    const auto* const data = pointerFrom<const uint8_t>(transaction.data.ptr.buffer);
-    if ((transaction.flags & TF_STATUS_CODE) != 0) {
-        status_t status = UNKNOWN_ERROR;
-        if (transaction.data_size >= sizeof(status)) {
-            memcpy(&status, data, sizeof(status));
-        }
-        freeBuffer(data, transaction.data_size, transaction.offsets_size / sizeof(binder_size_t));
-        return status;
-    }
-    if (reply == nullptr) {
-        freeBuffer(data, transaction.data_size, transaction.offsets_size / sizeof(binder_size_t));
+    // A status travels as contents, too, and what a hostile callee packs beside it must go with it.
+    Parcel statusOnly;
+    const bool hasStatus = (transaction.flags & TF_STATUS_CODE) != 0;
+    Parcel& received = hasStatus || reply == nullptr ? statusOnly : *reply;
+    received.ipcSetDataReference(pointerFrom<const uint8_t>(transaction.data.ptr.buffer),
+                                 transaction.data_size,
+                                 pointerFrom<const uint64_t>(transaction.data.ptr.offsets),
+                                 transaction.offsets_size / sizeof(binder_size_t), freeBuffer);
+    if (!hasStatus) {
         return OK;
     }
-    reply->ipcSetDataReference(data, transaction.data_size,
-                               pointerFrom<const uint64_t>(transaction.data.ptr.offsets),
-                               transaction.offsets_size / sizeof(binder_size_t), freeBuffer);
-    return OK;
+    status_t status = UNKNOWN_ERROR;
+    received.readInt32(&status);
+    return status;
 }
 
 status_t IPCThreadState::executeCommand(uint32_t command) {
@@ -321,12 +323,7 @@ status_t IPCThreadState::executeCommand(uint32_t command) {
         case BR_DEAD_BINDER: {
             uint64_t token = 0;
             take(&token);
-            const sp<BpBinder> proxy = ProcessState::self()->proxyOfDeathToken(token);
-            if (proxy != nullptr) {
-                proxy->sendObituary();
-            }
-            queueCommand(BC_DEAD_BINDER_DONE);
-            queue(token);
+            mPendingDeaths.push_back(token);
             return OK;
         }
         case BR_CLEAR_DEATH_NOTIFICATION_DONE: {
@@ -435,21 +432,34 @@ void IPCThreadState::queueTransaction(uint32_t command, uint32_t flags, int32_t 
     queue(transaction);
 }
 
-void IPCThreadState::processPendingDerefs() {
+void IPCThreadState::processPending() {
     if (mInPos < mIn.size()) {
         return;
     }
     // What goes may have more to give up.
-    while (!mPendingWeak.empty() || !mPendingStrong.empty()) {
+    while (!mPendingWeak.empty() || !mPendingStrong.empty() || !mPendingDeaths.empty()) {
         const std::vector<RefBase::weakref_type*> weak = std::exchange(mPendingWeak, {});
         const std::vector<BBinder*> strong = std::exchange(mPendingStrong, {});
+        const std::vector<uint64_t> deaths = std::exchange(mPendingDeaths, {});
         for (BBinder* object : strong) {
             object->decStrong(this);
         }
         for (RefBase::weakref_type* references : weak) {
             references->decWeak(this);
         }
+        for (const uint64_t token : deaths) {
+            tellOfDeath(token);
+        }
     }
+}
+
+void IPCThreadState::tellOfDeath(uint64_t token) {
+    const sp<BpBinder> proxy = ProcessState::self()->proxyOfDeathToken(token);
+    if (proxy != nullptr) {
+        proxy->sendObituary(token);
+    }
+    queueCommand(BC_DEAD_BINDER_DONE);
+    queue(token);
 }
 
 }  // namespace android

@@ -46,6 +46,11 @@ int serve() {
     if (!problem.isEmpty()) {
         return refuse(problem.string());
     }
+    // Before others can see this one: they may end it as soon as they do.
+    struct sigaction action = {};
+    action.sa_handler = endOnSignal;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
     const status_t status = ProcessState::self()->becomeContextManager(new ServiceDirectory());
     if (status == android::ALREADY_EXISTS) {
         return refuse("another service manager runs on this driver; one is enough");
@@ -53,10 +58,6 @@ int serve() {
     if (status != android::OK) {
         return refuse(String8::format("the driver refused: %s", strerror(-status)).string());
     }
-    struct sigaction action = {};
-    action.sa_handler = endOnSignal;
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGINT, &action, nullptr);
     // A single thread serves: no request of this program waits for anybody.
     ProcessState::self()->setThreadPoolMaxThreadCount(0);
     IPCThreadState::self()->joinThreadPool(true);

@@ -36,8 +36,11 @@ class BpBinder : public IBinder {
                            wp<DeathRecipient>* outRecipient = nullptr) override;
     BpBinder* remoteBinder() override;
 
-    /** The driver told that the object is dead: tells all recipients, once. A binder thread. */
-    void sendObituary();
+    /**
+     * The driver told that the object is dead: tells all recipients, once. A binder thread.
+     * @param token of the request that the driver answers; one that was taken back meanwhile counts no more
+     */
+    void sendObituary(uint64_t token);
 
   protected:
     ~BpBinder() override;

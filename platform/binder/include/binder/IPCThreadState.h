@@ -83,7 +83,8 @@ class IPCThreadState {
     status_t callTarget(const binder_transaction_data& transaction, const Parcel& request, Parcel* reply);
     void queueTransaction(uint32_t command, uint32_t flags, int32_t handle, uint32_t code, const Parcel& data,
                           const status_t& status);
-    void processPendingDerefs();
+    void processPending();
+    void tellOfDeath(uint64_t token);
 
     std::vector<uint8_t> mOut;
     std::vector<uint8_t> mIn;
@@ -92,10 +93,16 @@ class IPCThreadState {
     uid_t mCallingUid;
     /** Requests that this thread is in the middle of. */
     int mExecuting = 0;
-    /** What the driver let go of: dropped when no command is half done, since destructors may call anything.
+    /** Whether this thread is one of the pool, which does what is pending between two requests. */
+    bool mIsPooled = false;
+    /**
+     * What the driver let go of, and the tokens of objects that died: kept until no command is half done and
+     * no call waits, since destructors and recipients may call anything, and take locks that whoever waits
+     * for a reply holds.
      */
     std::vector<RefBase::weakref_type*> mPendingWeak;
     std::vector<BBinder*> mPendingStrong;
+    std::vector<uint64_t> mPendingDeaths;
 };
 
 }  // namespace android
