@@ -6,7 +6,8 @@ from __future__ import annotations
 import signal
 
 import harness
-from harness import LIMIT, GuestTestCase
+from harness import LIMIT, GuestTestCase, wait_until
+from vm.guestlink import GuestProcess
 
 RUN_LIMIT = 500.0  # seconds; a hundred thousand calls on an emulated processor
 
@@ -15,6 +16,16 @@ class Driver(GuestTestCase):
     def start_manager(self) -> None:
         self.manager = self.spawn([self.program("servicemanager")], name="servicemanager")
         self.services.wait_services_reply()
+
+    @staticmethod
+    def wait_told(client: GuestProcess, word: str, times: int) -> None:
+        """Waits until the client has said the word so often; it must not end before."""
+        def told() -> bool:
+            said = [line.text for line in client.lines("stdout")]
+            if client.returncode is not None:
+                raise AssertionError(f"the client ended with {client.returncode}: {said}")
+            return said.count(word) == times
+        wait_until(told, f"{word} from the client")
 
     def test_on_the_real_driver(self) -> None:
         self.run_guest(["sh", "-c", "mountpoint -q /sys/kernel/debug || mount -t debugfs none /sys/kernel/debug"],
@@ -36,6 +47,17 @@ class Driver(GuestTestCase):
             self.start_manager()
             self.manager.kill(number)
             self.assertEqual(0, self.manager.wait(LIMIT))
+
+    def test_clients_outlive_the_service_manager(self) -> None:
+        self.start_manager()
+        client = self.spawn([self.program("binder-driver-test"), "--outlive-manager"], name="outliver")
+        # Twice, since the second manager is reached through the same proxy as the first.
+        for told in (1, 2):
+            self.wait_told(client, "linked", told)
+            self.manager.kill(signal.SIGKILL)
+            self.wait_told(client, "died", told)
+            self.start_manager()
+        self.assertEqual(0, client.wait(LIMIT), "\n".join(line.text for line in client.lines()))
 
     def test_usage(self) -> None:
         self.assertEqual(0, self.run_guest([self.program("servicemanager"), "--help"]).returncode)

@@ -13,22 +13,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <utils/Condition.h>
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <functional>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/system/binder/DriverFixture.h"
 #include "tests/system/binder/EchoService.h"
+#include "tests/system/binder/ManagerOutliver.h"
 
 using android::BBinder;
 using android::DEAD_OBJECT;
@@ -44,70 +42,10 @@ using android::status_t;
 using android::String16;
 using android::String8;
 using android::UNKNOWN_TRANSACTION;
-using android::Vector;
 using android::wp;
 using namespace std::chrono_literals;
 
-extern char** environ;
-
 namespace {
-
-constexpr auto kLimit = 30s;
-
-bool waitUntil(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + kLimit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-/** This program in another role; gone when the object goes. */
-class Process {
-  public:
-    explicit Process(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "/proc/self/exe");
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        EXPECT_EQ(0, posix_spawn(&mPid, argv[0], nullptr, nullptr, argv.data(), environ));
-    }
-    ~Process() { end(SIGKILL); }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    pid_t pid() const { return mPid; }
-
-    void end(int signal) {
-        if (mPid > 0) {
-            kill(mPid, signal);
-            wait();
-        }
-    }
-
-    void wait() {
-        waitpid(mPid, nullptr, 0);
-        mPid = -1;
-    }
-
-  private:
-    pid_t mPid = -1;
-};
-
-class Obituary : public IBinder::DeathRecipient {
-  public:
-    void binderDied(const wp<IBinder>& who) override {
-        mWho = who.unsafe_get();
-        ++mCount;
-    }
-    std::atomic<int> mCount{0};
-    std::atomic<IBinder*> mWho{nullptr};
-};
 
 /** The other side of kCallBack; notes the thread on which the call arrives. */
 class Caller : public EchoService {
@@ -117,76 +55,6 @@ class Caller : public EchoService {
         return EchoService::onTransact(code, data, reply, flags);
     }
     std::atomic<pid_t> mThread{0};
-};
-
-/** What the driver holds for a process: handles ("ref"), local objects ("node"), receive buffers. */
-struct DriverCounts {
-    int references = 0;
-    int nodes = 0;
-    int buffers = 0;
-};
-
-std::string countsFile(pid_t pid) {
-    return "/sys/kernel/debug/binder/proc/" + std::to_string(pid);
-}
-
-DriverCounts countsOf(pid_t pid) {
-    std::ifstream file(countsFile(pid));
-    EXPECT_TRUE(file.good()) << "debugfs is not mounted";
-    DriverCounts counts;
-    for (std::string line; std::getline(file, line);) {
-        counts.references += line.rfind("  ref ", 0) == 0 ? 1 : 0;
-        counts.nodes += line.rfind("  node ", 0) == 0 ? 1 : 0;
-        counts.buffers += line.rfind("  buffer ", 0) == 0 ? 1 : 0;
-    }
-    return counts;
-}
-
-class DriverTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        ASSERT_EQ("", std::string(android::serviceManagerProblem().string()));
-        start();
-    }
-
-    void start() {
-        mServer = std::make_unique<Process>(std::vector<std::string>{"--serve"});
-        ASSERT_TRUE(waitUntil([&] {
-            mEcho = defaultServiceManager()->checkService(String16(EchoService::kName));
-            return mEcho != nullptr && callerPid() == getpid();
-        }));
-    }
-
-    int32_t callerPid() {
-        Parcel request;
-        Parcel reply;
-        return mEcho->transact(EchoService::kCallerPid, request, &reply) == OK ? reply.readInt32() : -1;
-    }
-
-    status_t echo(int32_t value, int32_t* back) {
-        Parcel request;
-        Parcel reply;
-        request.writeInt32(value);
-        const status_t status = mEcho->transact(EchoService::kEcho, request, &reply);
-        *back = reply.readInt32();
-        return status;
-    }
-
-    void expectEcho() {
-        int32_t back = 0;
-        EXPECT_EQ(OK, echo(4711, &back));
-        EXPECT_EQ(4711, back);
-    }
-
-    int32_t ask(uint32_t code) {
-        Parcel request;
-        Parcel reply;
-        EXPECT_EQ(OK, mEcho->transact(code, request, &reply));
-        return reply.readInt32();
-    }
-
-    std::unique_ptr<Process> mServer;
-    sp<IBinder> mEcho;
 };
 
 }  // namespace
@@ -384,6 +252,7 @@ TEST_F(DriverTest, SurvivesProxiesThatGoWithTheirLinks) {
 
 TEST_F(DriverTest, PassesFileDescriptors) {
     const int fd = memfd_create("passed", MFD_CLOEXEC);
+    const size_t before = descriptorsOf(mServer->pid());
     for (int i = 0; i < 50; ++i) {
         Parcel request;
         Parcel reply;
@@ -394,8 +263,7 @@ TEST_F(DriverTest, PassesFileDescriptors) {
     }
     EXPECT_EQ(250, lseek(fd, 0, SEEK_END));
     close(fd);
-    std::ifstream limits("/proc/" + std::to_string(mServer->pid()) + "/fdinfo/40");
-    EXPECT_FALSE(limits.good()) << "the server keeps descriptors that it was passed";
+    EXPECT_EQ(before, descriptorsOf(mServer->pid()));
 }
 
 TEST_F(DriverTest, RefusesWhatIsTooLargeAndGoesOn) {
@@ -454,16 +322,13 @@ TEST_F(DriverTest, GrowsThePoolUpToItsLimit) {
 TEST_F(DriverTest, SurvivesAClientKilledInTheMiddleOfACall) {
     for (int i = 0; i < 5; ++i) {
         Process client({"--sleep", "300"});
-        // Until it is one that the driver knows.
-        ASSERT_TRUE(waitUntil([&] { return access(countsFile(client.pid()).c_str(), R_OK) == 0; }));
-        ASSERT_TRUE(waitUntil([&] { return countsOf(client.pid()).references > 0; }));
-        std::this_thread::sleep_for(50ms);
+        ASSERT_TRUE(waitUntil([&] { return ask(EchoService::kSleeping) == 1; }));
         client.end(SIGKILL);
         expectEcho();
+        // Its reply has nobody to go to.
+        EXPECT_TRUE(waitUntil([&] { return ask(EchoService::kSleeping) == 0; }));
+        expectEcho();
     }
-    // Its reply has nobody to go to.
-    std::this_thread::sleep_for(400ms);
-    expectEcho();
 }
 
 TEST_F(DriverTest, FindsARestartedService) {
@@ -569,6 +434,9 @@ int main(int argc, char** argv) {
         request.writeInt32(atoi(arguments[1].c_str()));
         const sp<IBinder> echo = defaultServiceManager()->checkService(String16(EchoService::kName));
         return echo != nullptr && echo->transact(EchoService::kSleep, request, &reply) == OK ? 0 : 1;
+    }
+    if (!arguments.empty() && arguments[0] == "--outlive-manager") {
+        return outliveManager();
     }
     ::testing::InitGoogleTest(&argc, argv);
     ProcessState::self()->startThreadPool();

@@ -6,6 +6,7 @@
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <dirent.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -53,6 +54,13 @@ status_t callBack(IBinder* self, const Parcel& data, Parcel* reply) {
     return status == OK ? reply->writeInt32(answer.readInt32() + 1) : status;
 }
 
+status_t give(Parcel* reply) {
+    reply->writeString8(String8("given"));
+    reply->writeStrongBinder(new BBinder());
+    reply->writeFileDescriptor(memfd_create("given", MFD_CLOEXEC), true);
+    return reply->writeInt32(4711);
+}
+
 }  // namespace
 
 status_t EchoService::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
@@ -69,8 +77,16 @@ status_t EchoService::onTransact(uint32_t code, const Parcel& data, Parcel* repl
             return reply->writeInt32(static_cast<int32_t>(write(fd, text.string(), text.size())));
         }
         case kSleep:
+            ++mSleeping;
             std::this_thread::sleep_for(std::chrono::milliseconds(data.readInt32()));
+            --mSleeping;
             return OK;
+        case kSleeping:
+            return reply->writeInt32(mSleeping);
+        case kStatus:
+            return data.readInt32();
+        case kGive:
+            return give(reply);
         case kRecord: {
             Mutex::Autolock lock(mLock);
             mRecorded.push_back(data.readInt32());

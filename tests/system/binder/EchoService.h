@@ -9,6 +9,7 @@
 #include <binder/Binder.h>
 #include <utils/Mutex.h>
 
+#include <atomic>
 #include <vector>
 
 class EchoService : public android::BBinder {
@@ -26,6 +27,9 @@ class EchoService : public android::BBinder {
         kForget,       ///< -> lets go of everything kept
         kThreads,      ///< -> int32: threads of the process
         kExit,         ///< ends the process in the middle of the call
+        kSleeping,     ///< -> int32: calls that sleep at this moment
+        kStatus,       ///< int32 -> nothing: the call itself ends with that status
+        kGive,         ///< -> String8, a new object, a new descriptor, int32 4711
     };
 
     static constexpr const char* kName = "test.echo";
@@ -37,6 +41,8 @@ class EchoService : public android::BBinder {
     static int serve();
 
   private:
+    std::atomic<int32_t> mSleeping{0};
+    /** Guards the members below. */
     android::Mutex mLock;
     std::vector<int32_t> mRecorded GUARDED_BY(mLock);
     std::vector<android::sp<android::IBinder>> mKept GUARDED_BY(mLock);
