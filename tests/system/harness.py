@@ -147,7 +147,7 @@ class GuestTestCase(unittest.TestCase):
             return
         self.machine.peripherals.unplug_all()
         self.wait_guest("! ls /sys/bus/usb/devices /sys/block | grep -qE '^([0-9]+-[1-9]|sd|mmcblk)'")
-        self.run_guest(["udevadm", "settle"], check=True)
+        self.wait_guest("udevadm settle")
 
     def _note(self, name: str, process: GuestProcess) -> None:
         number = 1

@@ -23,9 +23,11 @@ import harness
 from harness import LIMIT, ROOT, GuestTestCase, wait_until
 from vm import session as sessions
 from vm.errors import GuestError, GuestGone, GuestTimeout, HeadunitError
-from vm.machine import Machine
+from vm.machine import BOOT_LIMIT, Machine
+from vm.paths import LOGS
 from vm.session import Session
 
+OWNER_LIMIT = BOOT_LIMIT + LIMIT  # seconds for a boot and the first words of its shell
 HEADUNIT = [sys.executable, "-B", str(ROOT / "vm/headunit.py")]
 
 
@@ -37,6 +39,9 @@ class Booted(GuestTestCase):
 
     def test_loopback_is_up(self) -> None:
         self.assertIn("UP", self.run_guest(["ip", "-br", "link", "show", "lo"], check=True).text)
+
+    def test_processors_are_up(self) -> None:
+        self.assertEqual(self.run_guest(["nproc"], check=True).text, "2\n")
 
     def test_host_controllers_are_there(self) -> None:
         speeds = self.run_guest(["sh", "-c", "cat /sys/bus/usb/devices/usb*/speed"], check=True).text.split()
@@ -330,7 +335,7 @@ class Ends(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
         (self.folder / "tmp").mkdir()
         self.environment = {**os.environ, "HEADUNIT_RUNTIME": str(self.folder / "run"),
-                            "TMPDIR": str(self.folder / "tmp")}
+                            "TMPDIR": str(self.folder / "tmp"), "PYTHONFAULTHANDLER": "1"}
 
     def start_owner(self) -> subprocess.Popen[bytes]:
         """A shell command that waits for its input, in a process of its own."""
@@ -350,17 +355,22 @@ class Ends(unittest.TestCase):
         owner.stdin.flush()
 
     def read_until(self, owner: subprocess.Popen[bytes], wanted: str) -> None:
+        """Reads the owner's output up to a line; one that never says it is made to tell where it stands."""
         assert owner.stdout is not None
-        timer = threading.Timer(120.0, owner.kill)
+        timer = threading.Timer(OWNER_LIMIT, owner.send_signal, [signal.SIGABRT])
         timer.start()
-        try:
-            seen = b""
-            while wanted.encode() not in seen:
-                more = owner.stdout.readline()
-                self.assertTrue(more, f"the owner ended before it said {wanted!r}: {seen!r}")
-                seen += more
-        finally:
-            timer.cancel()
+        seen = b""
+        while wanted.encode() not in seen:
+            more = owner.stdout.readline()
+            if not more:
+                timer.cancel()
+                _, errors = owner.communicate()
+                console = LOGS / "shell/console.log"
+                self.fail(f"the owner ended with {owner.returncode} before it said {wanted!r}; it said:\n"
+                          f"{seen.decode()}\n{errors.decode()}\nthe guest's console:\n"
+                          f"{console.read_text(encoding='utf-8', errors='replace')}")
+            seen += more
+        timer.cancel()
 
     def emulators(self) -> list[int]:
         """Emulators that were started with this test's folder."""
