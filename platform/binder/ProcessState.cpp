@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <linux/android/binder.h>
 #include <log/log.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -33,6 +34,8 @@ constexpr const char* kLoadModule =
     "CONFIG_ANDROID_BINDER_IPC";
 constexpr const char* kGrantAccess = "run as root or let this user read and write the node";
 constexpr const char* kOtherKernel = "use a kernel whose binder driver speaks protocol 8";
+constexpr const char* kForked =
+    "this process was forked from one that uses the binder driver; start the program anew (exec)";
 constexpr const char* kFreeMemory = "free address space for the receive area of 1 MiB";
 
 const char* nodePath() {
@@ -75,6 +78,9 @@ sp<ProcessState> ProcessState::self() {
 
 String8 ProcessState::driverProblem() {
     const sp<ProcessState> process = self();
+    if (process->mDriver == kLeftToParent) {
+        return String8(kForked);
+    }
     if (process->driver() >= 0) {
         return String8();
     }
@@ -187,7 +193,7 @@ status_t ProcessState::setThreadPoolMaxThreadCount(size_t maxThreads) {
 
 int ProcessState::driver() {
     const int open = mDriver;
-    if (open >= 0) {
+    if (open >= 0 || open == kLeftToParent) {
         return open;
     }
     Mutex::Autolock lock(mDriverLock);
@@ -217,7 +223,19 @@ int ProcessState::openLocked() {
     if (mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, fd, 0) == MAP_FAILED) {
         return failLocked(fd, "no receive area from", errno, errno == ENOMEM ? kFreeMemory : kLoadModule);
     }
+    pthread_atfork(nullptr, nullptr, leaveToParent);
     return fd;
+}
+
+/**
+ * In a forked child: the driver would take its calls for the parent's, and would not see the parent's end as
+ * long as the child keeps the descriptor. Other threads' locks may be held for ever here; none is taken.
+ */
+void ProcessState::leaveToParent() {
+    const int fd = self()->mDriver.exchange(kLeftToParent);
+    if (fd >= 0) {
+        close(fd);
+    }
 }
 
 /** Says in mProblem why there is no driver. @return -1 */

@@ -26,7 +26,7 @@ class BpBinder;
  * One for the process, never destroyed. Any thread.
  *
  * The driver is opened when it is first needed; without it, calls fail with NO_INIT and everything that stays
- * in the process works.
+ * in the process works. A forked child that does not exec has no driver: the parent's is not its own.
  */
 class ProcessState : public virtual RefBase {
   public:
@@ -70,9 +70,10 @@ class ProcessState : public virtual RefBase {
     ProcessState() = default;
     ~ProcessState() override = default;
 
-    /** The driver's descriptor; -1 without a driver. Opens it when it is not open yet. */
+    /** The driver's descriptor; below 0 without a driver. Opens it when it is not open yet. */
     int driver();
     int openLocked() REQUIRES(mDriverLock);
+    static void leaveToParent();
     int failLocked(int fd, const char* what, int error, const char* remedy) REQUIRES(mDriverLock);
     sp<BBinder> contextManager();
 
@@ -83,7 +84,10 @@ class ProcessState : public virtual RefBase {
     sp<BpBinder> proxyOfDeathToken(uint64_t token);
     void removeDeathToken(uint64_t token);
 
-    /** -1 until the driver is open. Changed once, with mDriverLock held. */
+    /** Stands for the descriptor in a forked child. */
+    static constexpr int kLeftToParent = -2;
+
+    /** -1 until the driver is open. Changed once, with mDriverLock held, and in a forked child. */
     std::atomic<int> mDriver{-1};
     /** Serialises the opening and guards mProblem and mMaxThreads. Taken inside mLock. */
     Mutex mDriverLock;
