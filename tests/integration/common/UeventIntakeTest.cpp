@@ -13,7 +13,6 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -320,7 +319,7 @@ class Storm {
         int sent = 0;
         for (const std::string& datagram : datagrams) {
             std::this_thread::sleep_until(due);
-            due = std::max(due + kInterval, Clock::now() - kMaxBurst * kInterval);
+            due += kInterval;
             if (sent - mListener->count() >= kMaxUnheard) {
                 ++mHeldBack;
                 if (!eventually([&] { return sent - mListener->count() < kMaxUnheard / 2; })) {

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * The program is linked with usleep wrapped: tests of the start-up wait count its polls, and all others give
+ * a machine that is busy more time than the queue does.
+ */
+
 #include "common/MessageQueue.h"
 
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -33,7 +40,44 @@ using std::chrono::milliseconds;
 
 constexpr int kTimeoutMillis = 20;
 constexpr nsecs_t kMillisecond = 1000000;
+constexpr int kStartPolls = 100;
+constexpr useconds_t kStartPollMicros = 1000;
 constexpr nsecs_t kHour = kMillisecond * 1000 * 3600;
+
+// Stands in for usleep on the thread that sets it.
+thread_local std::function<void(useconds_t)> sOnSleep;
+
+}  // namespace
+
+extern "C" int __real_usleep(useconds_t micros);
+
+extern "C" int __wrap_usleep(useconds_t micros) {
+    if (!sOnSleep) {
+        return __real_usleep(micros);
+    }
+    sOnSleep(micros);
+    return 0;
+}
+
+namespace {
+
+/** Replaces usleep on this thread, for its own life. */
+class SleepHook {
+  public:
+    explicit SleepHook(std::function<void(useconds_t)> onSleep) { sOnSleep = std::move(onSleep); }
+    ~SleepHook() { sOnSleep = nullptr; }
+};
+
+bool startPatiently(MessageQueue* queue) {
+    int sleeps = 0;
+    const SleepHook hook(
+        [&sleeps](useconds_t micros) { __real_usleep(++sleeps <= kStartPolls / 2 ? micros : 100 * micros); });
+    return queue->start();
+}
+
+bool startPatiently(const sp<MessageQueue>& queue) {
+    return startPatiently(queue.get());
+}
 
 /** Notes the messages that it is given, and runs the test's function for each. */
 class Recorder : public MessageHandler {
@@ -71,11 +115,14 @@ class LateQueue : public MessageQueue {
   public:
     using MessageQueue::MessageQueue;
     Gate mPublish;
+    Gate mPublished;
 
   protected:
     android::status_t readyToRun() override {
         mPublish.wait();
-        return MessageQueue::readyToRun();
+        const android::status_t status = MessageQueue::readyToRun();
+        mPublished.open();
+        return status;
     }
 };
 
@@ -104,7 +151,7 @@ TEST(MessageQueueTest, StartPublishesALooper) {
     LogCapture log;
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(7);
     EXPECT_TRUE(recorder->waitForCount(1));
     EXPECT_THAT(recorder->messages(), ElementsAre(7));
@@ -122,7 +169,7 @@ TEST(MessageQueueTest, NamesItsThreadCutTo15Characters) {
         std::string volatileName(name);
         const sp<MessageQueue> queue = new MessageQueue(recorder, kTimeoutMillis, volatileName.c_str());
         volatileName.assign(volatileName.size(), '#');
-        ASSERT_TRUE(queue->start());
+        ASSERT_TRUE(startPatiently(queue));
         queue->sendMessage(1);
         ASSERT_TRUE(recorder->waitForCount(1));
         queue->stop();
@@ -133,7 +180,7 @@ TEST(MessageQueueTest, NamesItsThreadCutTo15Characters) {
 TEST(MessageQueueTest, DeliversInOrderOfPosting) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     std::vector<int> expected;
     for (int what = 0; what < 1000; ++what) {
         queue->sendMessage(static_cast<uint32_t>(what));
@@ -147,7 +194,7 @@ TEST(MessageQueueTest, DeliversInOrderOfPosting) {
 TEST(MessageQueueTest, DeliversByDueTime) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     const auto start = Clock::now();
     queue->sendMessageDelayed(3, 60 * kMillisecond);
     queue->sendMessageDelayed(2, 30 * kMillisecond);
@@ -162,7 +209,7 @@ TEST(MessageQueueTest, DeliversByDueTime) {
 TEST(MessageQueueTest, CarriesTheWholeRangeOfCodes) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(0xffffffff);
     ASSERT_TRUE(recorder->waitForCount(1));
     queue->stop();
@@ -172,7 +219,7 @@ TEST(MessageQueueTest, CarriesTheWholeRangeOfCodes) {
 TEST(MessageQueueTest, AMessageDelayedBeyondThePollStillComes) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder, 5);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessageDelayed(1, 50 * kMillisecond);
     EXPECT_TRUE(recorder->waitForCount(1));
     queue->stop();
@@ -184,7 +231,7 @@ TEST(MessageQueueTest, PostsToAnotherHandlerOnTheSameThread) {
     const sp<Recorder> own = new Recorder([&](int) { ownThread = std::this_thread::get_id(); });
     const sp<Recorder> other = new Recorder([&](int) { otherThread = std::this_thread::get_id(); });
     const sp<MessageQueue> queue = makeQueue(own);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     queue->sendMessage(other, 2);
     queue->sendMessageDelayed(other, 3, kMillisecond);
@@ -200,7 +247,7 @@ TEST(MessageQueueTest, PostsToAnotherHandlerOnTheSameThread) {
 class HeldQueueTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(mQueue->start());
+        ASSERT_TRUE(startPatiently(mQueue));
         mQueue->sendMessage(mHolder, 0);
         ASSERT_TRUE(mHeld.wait());
     }
@@ -278,7 +325,7 @@ TEST_F(HeldQueueTest, StartsAnewOnceAStopGivenUpHasHappened) {
     mQueue->stop();
     mRelease.open();
     ASSERT_TRUE(ended(mQueue));
-    ASSERT_TRUE(mQueue->start());
+    ASSERT_TRUE(startPatiently(mQueue));
     mQueue->sendMessage(5);
     EXPECT_TRUE(mOwn->waitForCount(1));
 }
@@ -286,7 +333,7 @@ TEST_F(HeldQueueTest, StartsAnewOnceAStopGivenUpHasHappened) {
 TEST_F(HeldQueueTest, StartTakesBackAStopGivenUp) {
     mQueue->sendMessage(1);
     mQueue->stop();
-    ASSERT_TRUE(mQueue->start());
+    ASSERT_TRUE(startPatiently(mQueue));
     mQueue->sendMessage(2);
     mRelease.open();
     ASSERT_TRUE(mOwn->waitForCount(2));
@@ -311,7 +358,7 @@ TEST(MessageQueueTest, StartEndsTheWaitOfAStop) {
         release.wait();
     });
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     ASSERT_TRUE(held.wait());
     LogCapture log;
@@ -341,14 +388,17 @@ TEST(MessageQueueTest, StartFailsWhenTheLooperIsLate) {
     const sp<Recorder> recorder = new Recorder();
     const sp<LateQueue> queue = new LateQueue(recorder, kTimeoutMillis, "LateQueue");
     LogCapture log;
-    const auto start = Clock::now();
-    EXPECT_FALSE(queue->start());
-    EXPECT_GE(Clock::now() - start, milliseconds(100));
+    std::vector<useconds_t> sleeps;
+    {
+        const SleepHook hook([&sleeps](useconds_t micros) { sleeps.push_back(micros); });
+        EXPECT_FALSE(queue->start());
+    }
+    EXPECT_EQ(std::vector<useconds_t>(kStartPolls, kStartPollMicros), sleeps);
     EXPECT_THAT(log.take(), ElementsAre(notReadyLine()));
     EXPECT_TRUE(queue->isRunning());
 
     queue->mPublish.open();
-    EXPECT_TRUE(queue->start());
+    EXPECT_TRUE(startPatiently(queue.get()));
     queue->sendMessage(1);
     EXPECT_TRUE(recorder->waitForCount(1));
     queue->stop();
@@ -356,17 +406,24 @@ TEST(MessageQueueTest, StartFailsWhenTheLooperIsLate) {
 }
 
 TEST(MessageQueueTest, StartWaitsForALooperThatIsSlow) {
-    const sp<Recorder> recorder = new Recorder();
-    const sp<LateQueue> queue = new LateQueue(recorder, kTimeoutMillis, "LateQueue");
-    std::thread opener([&queue] {
-        std::this_thread::sleep_for(milliseconds(20));
-        queue->mPublish.open();
-    });
-    LogCapture log;
-    EXPECT_TRUE(queue->start());
-    EXPECT_THAT(log.take(), IsEmpty());
-    opener.join();
-    queue->stop();
+    for (const int lastSleep : {1, kStartPolls / 2, kStartPolls}) {
+        const sp<Recorder> recorder = new Recorder();
+        const sp<LateQueue> queue = new LateQueue(recorder, kTimeoutMillis, "LateQueue");
+        LogCapture log;
+        int sleeps = 0;
+        {
+            const SleepHook hook([&](useconds_t) {
+                if (++sleeps == lastSleep) {
+                    queue->mPublish.open();
+                    queue->mPublished.wait();
+                }
+            });
+            EXPECT_TRUE(queue->start());
+        }
+        EXPECT_EQ(lastSleep, sleeps);
+        EXPECT_THAT(log.take(), IsEmpty());
+        queue->stop();
+    }
 }
 
 TEST(MessageQueueTest, StopsAThreadThatIsNotReadyYet) {
@@ -387,7 +444,7 @@ TEST(MessageQueueTest, StopWaitsForThePollInProgressAndNoLonger) {
     sp<Looper> looper;
     const sp<Recorder> recorder = new Recorder([&looper](int) { looper = Looper::getForThread(); });
     const sp<MessageQueue> queue = makeQueue(recorder, kLongPoll);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     ASSERT_TRUE(recorder->waitForCount(1));
     ASSERT_TRUE(eventually([&looper] { return looper->isPolling(); }));
@@ -405,8 +462,8 @@ TEST(MessageQueueTest, StopAndStartMayBeRepeated) {
     const sp<MessageQueue> queue = makeQueue(recorder, 1);
     queue->stop();
     for (size_t round = 1; round <= 20; ++round) {
-        ASSERT_TRUE(queue->start());
-        ASSERT_TRUE(queue->start());
+        ASSERT_TRUE(startPatiently(queue));
+        ASSERT_TRUE(startPatiently(queue));
         queue->sendMessage(1);
         ASSERT_TRUE(recorder->waitForCount(round)) << round;
         queue->stop();
@@ -418,11 +475,11 @@ TEST(MessageQueueTest, StopAndStartMayBeRepeated) {
 TEST(MessageQueueTest, PendingMessagesDoNotSurviveAStop) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder, 1);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessageDelayed(1, kHour);
     queue->sendMessageDelayed(1, 30 * kMillisecond);
     queue->stop();
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     std::this_thread::sleep_for(milliseconds(40));
     queue->sendMessage(2);
     ASSERT_TRUE(recorder->waitForCount(1));
@@ -441,7 +498,7 @@ TEST(MessageQueueTest, StopFromAHandlerEndsTheThreadAfterwards) {
     });
     queue = makeQueue(recorder);
     for (size_t round = 1; round <= 10; ++round) {
-        ASSERT_TRUE(queue->start());
+        ASSERT_TRUE(startPatiently(queue));
         queue->sendMessage(2);
         queue->sendMessage(1);
         ASSERT_TRUE(stopped.wait());
@@ -459,11 +516,11 @@ TEST(MessageQueueTest, StartRightAfterAStopFromAHandler) {
     });
     queue = makeQueue(recorder, 1);
     for (size_t round = 1; round <= 100; ++round) {
-        ASSERT_TRUE(queue->start());
+        ASSERT_TRUE(startPatiently(queue));
         queue->sendMessage(1);
         ASSERT_TRUE(recorder->waitForCount(2 * round - 1));
         // Taken back or started anew, depending on how far the thread has got: a message comes in any case.
-        ASSERT_TRUE(queue->start());
+        ASSERT_TRUE(startPatiently(queue));
         queue->sendMessage(2);
         ASSERT_TRUE(recorder->waitForCount(2 * round));
     }
@@ -480,7 +537,7 @@ TEST(MessageQueueTest, StopAndStartFromAHandlerKeepsPendingMessages) {
         }
     });
     queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessageDelayed(2, kMillisecond * kTimeoutMillis * 2);
     queue->sendMessage(1);
     ASSERT_TRUE(recorder->waitForCount(2));
@@ -498,7 +555,7 @@ TEST(MessageQueueTest, StopsFromHandlerAndOutsideAtOnce) {
         queue->stop();
     });
     queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     ASSERT_TRUE(entered.wait());
     queue->stop();
@@ -508,9 +565,9 @@ TEST(MessageQueueTest, StopsFromHandlerAndOutsideAtOnce) {
 TEST(MessageQueueTest, ThreadEndedBehindItsBackIsStartedAnew) {
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->requestExitAndWait();
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     EXPECT_TRUE(recorder->waitForCount(1));
     queue->stop();
@@ -533,7 +590,7 @@ TEST(MessageQueueTest, ConcurrentStartsAndStopsEndInAUsableQueue) {
         thread.join();
     }
     EXPECT_FALSE(queue->isRunning());
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     EXPECT_TRUE(recorder->waitForCount(1));
     queue->stop();
@@ -544,7 +601,7 @@ TEST(MessageQueueTest, ManyThreadsPost) {
     constexpr size_t kMessages = 500;
     const sp<Recorder> recorder = new Recorder();
     const sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (uint32_t t = 0; t < kThreads; ++t) {
@@ -575,7 +632,7 @@ TEST(MessageQueueTest, GoesAfterAStop) {
     sp<Recorder> recorder = new Recorder();
     const wp<Recorder> watch = recorder;
     sp<MessageQueue> queue = makeQueue(recorder);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     queue->stop();
     recorder.clear();
     queue.clear();
@@ -586,7 +643,7 @@ TEST(MessageQueueTest, GoesOnItsOwnThreadWhenItIsDroppedRunning) {
     sp<Recorder> recorder = new Recorder();
     const wp<Recorder> watch = recorder;
     sp<MessageQueue> queue = makeQueue(recorder, 1);
-    ASSERT_TRUE(queue->start());
+    ASSERT_TRUE(startPatiently(queue));
     recorder.clear();
     queue.clear();
     EXPECT_TRUE(eventually([&watch] { return watch.promote() == nullptr; }));
@@ -599,7 +656,7 @@ class Owner : public MessageHandler {
 
     void start() {
         mQueue = new MessageQueue(mHandler, 1, "OwnerQueue");
-        mQueue->start();
+        startPatiently(mQueue);
     }
 
     sp<MessageQueue> queue() { return mQueue; }
