@@ -15,6 +15,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/binder/DriverOrder.h"
+
 namespace android {
 
 namespace {
@@ -406,7 +408,9 @@ status_t IPCThreadState::callTarget(const binder_transaction_data& transaction, 
         return UNKNOWN_TRANSACTION;
     }
     auto* const local = pointerFrom<BBinder>(transaction.cookie);
+    comesAfterDriver(local);
     const status_t status = local->transact(transaction.code, request, reply, transaction.flags);
+    comesBeforeDriver(local);
     local->decStrong(this);
     return status;
 }
@@ -442,6 +446,7 @@ void IPCThreadState::processPending() {
         const std::vector<BBinder*> strong = std::exchange(mPendingStrong, {});
         const std::vector<uint64_t> deaths = std::exchange(mPendingDeaths, {});
         for (BBinder* object : strong) {
+            comesAfterDriver(object);
             object->decStrong(this);
         }
         for (RefBase::weakref_type* references : weak) {

@@ -18,6 +18,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/binder/DriverOrder.h"
+
 namespace android {
 
 namespace {
@@ -363,6 +365,7 @@ status_t Parcel::writeStrongBinder(const sp<IBinder>& object) {
     if (BBinder* const local = object->localBinder()) {
         flat.binder = reinterpret_cast<uintptr_t>(local->getWeakRefs());
         flat.cookie = reinterpret_cast<uintptr_t>(local);
+        comesBeforeDriver(local);
     } else if (BpBinder* const remote = object->remoteBinder()) {
         flat.hdr.type = BINDER_TYPE_HANDLE;
         flat.handle = static_cast<uint32_t>(remote->handle());
