@@ -66,6 +66,47 @@ class CallingObituary : public Obituary {
     std::atomic<status_t> mAgain{OK};
 };
 
+/** Whether this thread is inside of a request. */
+thread_local bool sIsBusy = false;
+
+/** Notes whether it is told by a thread that is inside of a request. */
+class IdleObituary : public Obituary {
+  public:
+    void binderDied(const wp<IBinder>& who) override {
+        mWasBusy = sIsBusy;
+        Obituary::binderDied(who);
+    }
+    std::atomic<bool> mWasBusy{false};
+};
+
+/** Links to an object in the middle of a request, then calls another, as one does that holds a lock. */
+class LinkingCallee : public android::BBinder {
+  public:
+    LinkingCallee(const sp<IBinder>& linked, const sp<IBinder>& called, const sp<IdleObituary>& obituary)
+        : mLinked(linked), mCalled(called), mObituary(obituary) {}
+
+    status_t onTransact(uint32_t /*code*/, const Parcel& /*data*/, Parcel* reply,
+                        uint32_t /*flags*/) override {
+        sIsBusy = true;
+        mLinkStatus = mLinked->linkToDeath(mObituary);
+        for (int i = 0; i < 100; ++i) {
+            mFailures += mCalled->pingBinder() == OK ? 0 : 1;
+        }
+        sIsBusy = false;
+        mIsDone = true;
+        return reply->writeInt32(0);
+    }
+
+    std::atomic<bool> mIsDone{false};
+    std::atomic<status_t> mLinkStatus{OK};
+    std::atomic<int> mFailures{0};
+
+  private:
+    const sp<IBinder> mLinked;
+    const sp<IBinder> mCalled;
+    const sp<IdleObituary> mObituary;
+};
+
 }  // namespace
 
 // A service that talks of somebody else's death lives itself.
@@ -194,6 +235,36 @@ TEST_F(EdgeTest, ANoticeOfDeathMayCall) {
     EXPECT_TRUE(waitUntil([&] { return first->mCount == 1 && second->mCount == 1 && third->mCount == 1; }));
     EXPECT_EQ(DEAD_OBJECT, first->mAgain);
     EXPECT_EQ(DEAD_OBJECT, third->mAgain);
+}
+
+// A recipient may wait for a lock that a thread holds which waits for its call: it needs a thread that does
+// not.
+TEST_F(EdgeTest, ANoticeOfDeathComesToAnIdleThread) {
+    const sp<IBinder> former = mEcho;
+    const std::unique_ptr<Process> formerServer = std::move(mServer);
+    start();
+    // The former one answers until the new one has taken its name.
+    ASSERT_TRUE(waitUntil([&] {
+        mEcho = defaultServiceManager()->checkService(String16(EchoService::kName));
+        return mEcho != former;
+    }));
+    const pid_t formerPid = formerServer->pid();
+    formerServer->end(SIGKILL);
+    // The driver cleans up after a process some time after its end.
+    ASSERT_TRUE(waitUntil([&] {
+        return !std::filesystem::exists("/sys/kernel/debug/binder/proc/" + std::to_string(formerPid));
+    }));
+    const sp<IdleObituary> obituary = new IdleObituary();
+    const sp<LinkingCallee> callee = new LinkingCallee(former, mEcho, obituary);
+    // Oneway, so that the call back comes to a thread of the pool.
+    Parcel request;
+    request.writeStrongBinder(callee);
+    request.writeInt32(1);
+    ASSERT_EQ(OK, mEcho->transact(EchoService::kCallBack, request, nullptr, IBinder::FLAG_ONEWAY));
+    ASSERT_TRUE(waitUntil([&] { return callee->mIsDone && obituary->mCount == 1; }));
+    EXPECT_EQ(OK, callee->mLinkStatus);
+    EXPECT_EQ(0, callee->mFailures);
+    EXPECT_FALSE(obituary->mWasBusy);
 }
 
 TEST_F(EdgeTest, ADeathThatACallRevealedIsNotLinkedTo) {
