@@ -6,8 +6,8 @@
  * Tells ThreadSanitizer of the order that the driver makes.
  *
  * A thread that sends an object has done with it what it did before; the thread that the driver then picks to
- * serve the object comes after. The sanitizer does not see inside the driver, and would call every first use of
- * a service a race with its constructor. Without the sanitizer both functions do nothing.
+ * serve the object comes after. The sanitizer does not see inside the driver, and would call every first use
+ * of a service a race with its constructor. Without the sanitizer both functions do nothing.
  */
 
 #if defined(__SANITIZE_THREAD__)
@@ -31,7 +31,8 @@ inline void comesBeforeDriver([[maybe_unused]] void* object) {
 #endif
 }
 
-/** What this thread does with @p object from now on comes after what others did before they told the driver. */
+/** What this thread does with @p object from now on comes after what others did before they told the driver.
+ */
 inline void comesAfterDriver([[maybe_unused]] void* object) {
 #ifdef BINDER_TELLS_DRIVER_ORDER
     __tsan_acquire(object);
