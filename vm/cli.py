@@ -79,11 +79,12 @@ def _shell(arguments: argparse.Namespace) -> int:
 
 
 def _plug(arguments: argparse.Namespace) -> int:
-    chosen = {"size_mib": arguments.size, "fs": arguments.fs, "bus": arguments.bus, "behind": arguments.behind,
-              "partitioned": False if arguments.whole else None}
+    chosen = {"size_mib": arguments.size, "fs": arguments.fs, "bus": arguments.bus,
+              "behind": arguments.behind, "partitioned": False if arguments.whole else None}
     options = {key: value for key, value in chosen.items() if value is not None}
     answer = ask({"op": "plug", "kind": arguments.kind, "options": options})
-    print(f"plugged {answer['name']} into {answer['place']}; pull it out with ./headunit unplug {answer['name']}")
+    name = answer["name"]
+    print(f"plugged {name} into {answer['place']}; pull it out with ./headunit unplug {name}")
     return 0
 
 
@@ -115,7 +116,8 @@ def _parser() -> argparse.ArgumentParser:
     shell.add_argument("--bare", action="store_true", help="without servicemanager and device-service")
     shell.set_defaults(action=_shell)
     for command in (run, shell):
-        command.add_argument("--build", type=Path, default=ROOT / "build/dev", metavar="DIR", help=argparse.SUPPRESS)
+        command.add_argument("--build", type=Path, default=ROOT / "build/dev", metavar="DIR",
+                             help=argparse.SUPPRESS)
         command.add_argument("--check-usage", action="store_true", help=argparse.SUPPRESS)
 
     plug = commands.add_parser("plug", help="plug a device into the running head unit")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Plug and unplug from another terminal: the owner of a machine answers on a socket in its session's folder."""
+"""Plug and unplug from another terminal: a machine's owner answers on a socket in its session's folder."""
 
 from __future__ import annotations
 

@@ -101,18 +101,21 @@ class EventTable:
             return
         if fields.get("event") == "service":
             moment = self._moment(received)
-            print(f"{moment}  {'service':<15} {fields.get('service', '')} {fields.get('state', '')}", flush=True)
+            what = f"{fields.get('service', '')} {fields.get('state', '')}"
+            print(f"{moment}  {'service':<15} {what}", flush=True)
             return
         if fields.get("event") not in ("device-added", "device-removed"):
             return
         params = fields.get("params")
         sent = fields.get("time")
+        named = params if isinstance(params, dict) else {}
         event = Event(str(fields["event"]), float(sent) if isinstance(sent, (int, float)) else received,
                       str(fields.get("subsystem", "")), str(fields.get("path", "")),
-                      {str(key): str(value) for key, value in params.items()} if isinstance(params, dict) else {})
+                      {str(key): str(value) for key, value in named.items()})
         kind = event.params.get("DEVTYPE", "")
         what = ", ".join(part for part in (kind, event.node) if part)
-        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {what:<28} {event.path}", flush=True)
+        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {what:<28} {event.path}",
+              flush=True)
         with self._changed:
             self._events.append(event)
             self._changed.notify_all()

@@ -96,10 +96,11 @@ class GuestProcess:
             return [line for line in self._lines if stream in (None, line.stream)]
 
     def follow(self, timeout: float, stream: str | None = None) -> Iterator[Line]:
-        """Yields lines as they come, up to the end of the process; raises when none came for timeout seconds."""
+        """Yields lines as they come, up to the end of the process; raises when none comes in time."""
         for index in itertools.count():
             with self._changed:
-                ready = self._guest.wait(lambda: len(self._lines) > index or self._returncode is not None, timeout)
+                ready = self._guest.wait(
+                    lambda: len(self._lines) > index or self._returncode is not None, timeout)
                 if not ready:
                     raise GuestTimeout(f"no output of {self.argv[0]} for {timeout:g} s")
                 if len(self._lines) <= index:
@@ -237,7 +238,7 @@ class Guest:
 
     def spawn(self, argv: Sequence[str], env: Mapping[str, str] | None = None, cwd: str = "/",
               stdin: bool = False, tty: tuple[int, int] | None = None) -> GuestProcess:
-        """Starts a command. stdin keeps its input open for write(); tty is (rows, columns) of a new terminal."""
+        """Starts a command. stdin keeps its input open for write(); tty: rows, columns of a new terminal."""
         ident = next(self._idents)
         process = GuestProcess(self, ident, argv)
         with self.changed:
@@ -283,7 +284,7 @@ class Guest:
             self._ask("write", path=path, data=chunk, mode=mode, append=start > 0)
 
     def kill_all(self, timeout: float = 20.0) -> None:
-        """Kills every command that still runs, and what they left running, and waits for the commands' end."""
+        """Kills every command that still runs, and what they left running; waits for the commands' end."""
         with self.changed:
             left = list(self._processes.values())
         for process in left:

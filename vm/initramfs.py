@@ -17,8 +17,8 @@ from .paths import GUEST_TOOLS
 # What the way to the host's file system and to the agent's port needs.
 BOOT_MODULES = ("virtio_pci", "9pnet_virtio", "9p", "overlay", "virtio_console")
 
-# What the head unit has. EHCI stands before its companions, else the kernel complains. All are loaded from here
-# since reading each through 9p would cost more than unpacking them together.
+# What the head unit has. EHCI stands before its companions, else the kernel complains. All are loaded from
+# here since reading each through 9p would cost more than unpacking them together.
 UNIT_MODULES = (
     "binder_linux", "ehci_pci", "uhci_hcd", "ohci_pci", "xhci_pci", "usb_storage", "uas", "sd_mod",
     "sdhci_pci", "mmc_block", "vfat", "nls_ascii", "nls_cp437", "exfat", "ext4", "loop",
@@ -33,7 +33,8 @@ $b mount -t sysfs sys /sys
 $b mount -t devtmpfs dev /dev
 # A module for a feature that this processor lacks refuses to load; a missing one shows in the next step.
 for module in /modules/*; do $b insmod "$module" 2>/dev/null; done
-$b mount -t 9p -o ro,trans=virtio,version=9p2000.L,msize=1048576,cache=loose host /host || fail "mount of the host"
+options=ro,trans=virtio,version=9p2000.L,msize=1048576,cache=loose
+$b mount -t 9p -o $options host /host || fail "mount of the host"
 $b mount -t tmpfs -o mode=755 upper /upper
 $b mkdir -m 755 /upper/up /upper/work
 $b mount -t overlay -o lowerdir=/host,upperdir=/upper/up,workdir=/upper/work root /newroot || fail "overlay"

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Debian's kernel and its modules, downloaded once and unpacked into the cache folder.
 
-The package is never installed. A kernel appears in the cache by one rename, so it is there completely or not at
-all; a lock keeps two processes from preparing it at the same time.
+The package is never installed. A kernel appears in the cache by one rename, so it is there completely or not
+at all; a lock keeps two processes from preparing it at the same time.
 """
 
 from __future__ import annotations

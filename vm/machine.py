@@ -30,9 +30,9 @@ BOOT_LIMIT = 180.0  # seconds; a boot takes 5 on an idle machine
 PR_SET_PDEATHSIG = 1
 
 # The kernel's own checks of an emulated processor cost more than they tell. A panic ends the machine at once,
-# and so does the end of the first process, which is the agent. The other processors come up when the guest has
-# settled: while it boots, the kernel patches its own code, and an emulated processor that runs just there can
-# stay caught in what stood there before. About one boot in two hundred hung so.
+# and so does the end of the first process, which is the agent. The other processors come up when the guest
+# has settled: while it boots, the kernel patches its own code, and an emulated processor that runs just there
+# can stay caught in what stood there before. About one boot in two hundred hung so.
 KERNEL_LINE = ("console=ttyS0 loglevel=4 panic=-1 mitigations=off nokaslr random.trust_cpu=on tsc=reliable "
                "no_timer_check maxcpus=1 noreplace-smp")
 
@@ -40,7 +40,7 @@ KERNEL_LINE = ("console=ttyS0 loglevel=4 panic=-1 mitigations=off nokaslr random
 def accelerator() -> str:
     """Hardware virtualisation where it works, or what HEADUNIT_ACCEL says; else the emulated processor.
 
-    The node alone tells too little: there are build machines with a /dev/kvm and no processor support behind it.
+    The node alone tells too little: there are build machines with a /dev/kvm and no support behind it.
     """
     chosen = os.environ.get("HEADUNIT_ACCEL")
     if chosen:
@@ -118,7 +118,7 @@ class Machine:
         return ""
 
     def stop(self) -> None:
-        """Ends the machine, whatever state it is in. Nothing in it needs an orderly end. Safe to call twice."""
+        """Ends the machine at once: nothing in it needs an orderly end. Safe to call twice."""
         atexit.unregister(self.stop)
         process, self._process = self._process, None
         if process is None:
@@ -171,7 +171,8 @@ class Machine:
                 "-chardev", f"socket,id=qmp,fd={qmp}", "-mon", "chardev=qmp,mode=control",
                 "-virtfs", "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap",
                 "-device", "virtio-serial-pci",
-                "-chardev", f"socket,id=agent,fd={agent}", "-device", "virtserialport,chardev=agent,name=agent",
+                "-chardev", f"socket,id=agent,fd={agent}",
+                "-device", "virtserialport,chardev=agent,name=agent",
                 "-device", "ich9-usb-ehci1,id=ehci,addr=1d.7,multifunction=on"]
         for function, first in enumerate((0, 2, 4)):
             argv += ["-device", f"ich9-usb-uhci{function + 1},masterbus=ehci.0,firstport={first},"

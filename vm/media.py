@@ -18,7 +18,8 @@ FILE_SYSTEMS = ("vfat", "ext4", "none")
 _PARTITION_TYPE = {"vfat": 0x0C, "ext4": 0x83, "none": 0x83}
 
 
-def make(path: Path, size_mib: int = 64, fs: str = "vfat", partitioned: bool = True, label: str = "HEADUNIT") -> Path:
+def make(path: Path, size_mib: int = 64, fs: str = "vfat", partitioned: bool = True,
+         label: str = "HEADUNIT") -> Path:
     """Writes an image of size_mib MiB and returns its path. fs "none" leaves the partition, or all, empty."""
     if fs not in FILE_SYSTEMS:
         raise HeadunitError(f"no file system {fs}: choose one of {', '.join(FILE_SYSTEMS)}")
@@ -38,8 +39,8 @@ def _format(path: Path, fs: str, first: int, size: int, label: str) -> None:
     if fs == "vfat":
         _call(["mkfs.vfat", "-n", label[:11].upper(), "--offset", str(first), str(path), kib], "dosfstools")
     elif fs == "ext4":
-        _call(["mkfs.ext4", "-q", "-F", "-L", label[:16], "-E", f"offset={first * SECTOR}", str(path), f"{kib}k"],
-              "e2fsprogs")
+        offset = f"offset={first * SECTOR}"
+        _call(["mkfs.ext4", "-q", "-F", "-L", label[:16], "-E", offset, str(path), f"{kib}k"], "e2fsprogs")
 
 
 def _call(argv: list[str], package: str) -> None:

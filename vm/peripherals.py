@@ -84,8 +84,9 @@ class Peripherals:
             return list(self._plugged.values())
 
     def _take_out(self, plugged: Plugged) -> None:
-        # What hangs on a hub goes just before it, the farthest first: the emulator aborts when a hub leaves while
-        # a transfer to something behind it is under way. The guest sees the same removals, milliseconds apart.
+        # What hangs on a hub goes just before it, the farthest first: the emulator aborts when a hub leaves
+        # while a transfer to something behind it is under way. The guest sees the same removals, milliseconds
+        # apart.
         behind = self._ports.release(plugged.name)
         for name in [*reversed(behind), plugged.name]:
             self._plugged.pop(name).remove()
@@ -101,12 +102,13 @@ class Peripherals:
         self._qmp.execute("blockdev-del", node_name=name)
         image.unlink(missing_ok=True)
 
-    def _plug_usb(self, name: str, kind: str, driver: str, bus: str, behind: str | None, after: Callable[[], None],
-                  **properties: Any) -> Plugged:
+    def _plug_usb(self, name: str, kind: str, driver: str, bus: str, behind: str | None,
+                  after: Callable[[], None], **properties: Any) -> Plugged:
         """Adds a USB device at the next free port; after gives back its backend once it is gone."""
         try:
             port = self._ports.take(name, bus, behind, is_hub=kind == "hub")
-            self._qmp.execute("device_add", driver=driver, id=name, bus=port.bus, port=port.path, **properties)
+            self._qmp.execute("device_add", driver=driver, id=name, bus=port.bus, port=port.path,
+                              **properties)
         except HeadunitError:
             self._ports.release(name)
             after()
@@ -126,8 +128,9 @@ class Peripherals:
     def _plug_stick(self, name: str, bus: str = "ehci", behind: str | None = None, **options: Any) -> Plugged:
         image = self._image(name, **options)
         self._open_image(name, image)
-        return self._plug_usb(name, "stick", "usb-storage", bus, behind, lambda: self._close_image(name, image),
-                              drive=name, removable=True, serial=f"HEADUNIT-{name}")
+        return self._plug_usb(name, "stick", "usb-storage", bus, behind,
+                              lambda: self._close_image(name, image), drive=name, removable=True,
+                              serial=f"HEADUNIT-{name}")
 
     def _plug_hub(self, name: str, bus: str = "ehci", behind: str | None = None) -> Plugged:
         return self._plug_usb(name, "hub", "usb-hub", bus, behind, lambda: None)

@@ -7,8 +7,8 @@ from dataclasses import dataclass, field
 
 from .errors import HeadunitError
 
-# EHCI's six root ports hand what is full speed to their companions, as on a real board. xHCI's root ports exist
-# once for each speed, hence the property of its device with the same number.
+# EHCI's six root ports hand what is full speed to their companions, as on a real board. xHCI's root ports
+# exist once for each speed, hence the property of its device with the same number.
 EHCI_PORTS = 6
 XHCI_PORTS = 8
 HUB_PORTS = 8

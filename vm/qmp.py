@@ -50,7 +50,8 @@ class Qmp:
                 elif "return" in message:
                     return message["return"]
 
-    def wait_event(self, name: str, matches: Callable[[dict[str, Any]], bool], timeout: float) -> dict[str, Any]:
+    def wait_event(self, name: str, matches: Callable[[dict[str, Any]], bool],
+                   timeout: float) -> dict[str, Any]:
         """Waits for an event that may have come already; matches gets its data."""
         deadline = time.monotonic() + timeout
         with self._lock:

@@ -2,8 +2,8 @@
 """The folders of one machine, and the removal of what dead owners left behind.
 
 A session is an entry of the per-user run-time folder: a lock file that its owner holds for life, the control
-socket, and the name of the work folder with media and logs. The kernel drops the lock with the owner's process,
-so whoever gets the lock of a session knows that its owner is dead, even after kill -9.
+socket, and the name of the work folder with media and logs. The kernel drops the lock with the owner's
+process, so whoever gets the lock of a session knows that its owner is dead, even after kill -9.
 """
 
 from __future__ import annotations

@@ -93,7 +93,8 @@ class GuestTestCase(unittest.TestCase):
         try:
             self.services.start()
         finally:
-            for name, process in (("servicemanager", self.services.manager), ("device-service", self.services.daemon)):
+            started = {"servicemanager": self.services.manager, "device-service": self.services.daemon}
+            for name, process in started.items():
                 if process is not None:
                     self._note(name, process)
         if start_managers:
@@ -101,14 +102,15 @@ class GuestTestCase(unittest.TestCase):
         return self.services
 
     def start_client(self) -> GuestProcess:
-        """Starts a client process that prints what it hears as JSON lines; it is registered when this returns."""
+        """Starts a client process that prints what it hears as JSON lines, registered when this returns."""
         client = self.services.monitor()
         self._note("client", client)
         return client
 
     def watch_uevents(self) -> GuestProcess:
         """Starts a listener of the kernel's uevents, which is ready when this returns."""
-        listener = self.spawn(["stdbuf", "-oL", "udevadm", "monitor", "--kernel", "--property"], name="uevents")
+        listener = self.spawn(["stdbuf", "-oL", "udevadm", "monitor", "--kernel", "--property"],
+                              name="uevents")
         listener.wait_for("^KERNEL", LIMIT)
         return listener
 
@@ -135,8 +137,8 @@ class GuestTestCase(unittest.TestCase):
         for name, process in getattr(self, "_named", {}).items():
             lines = "".join(f"{line.time:.6f} {line.stream} {line.text}\n" for line in process.lines())
             state = "still running" if process.returncode is None else f"ended with {process.returncode}"
-            (folder / f"{name}.log").write_text(f"{lines}-- {' '.join(process.argv)}: {state}\n", encoding="utf-8",
-                                                errors="surrogateescape")
+            (folder / f"{name}.log").write_text(f"{lines}-- {' '.join(process.argv)}: {state}\n",
+                                                encoding="utf-8", errors="surrogateescape")
         with contextlib.suppress(HeadunitError):
             (folder / "dmesg.log").write_bytes(self.guest.run(["dmesg"], 20.0).stdout)
         return folder
@@ -172,7 +174,8 @@ class EvidenceResult(unittest.TextTestResult):
     def addSubTest(self, test: unittest.TestCase, subtest: unittest.TestCase, err: Any) -> None:  # noqa: N802
         super().addSubTest(test, subtest, err)
         if err is not None:
-            self._name_evidence(test, self.failures if issubclass(err[0], test.failureException) else self.errors)
+            failed = issubclass(err[0], test.failureException)
+            self._name_evidence(test, self.failures if failed else self.errors)
 
     def _name_evidence(self, test: unittest.TestCase, reports: list[Any]) -> None:
         if not isinstance(test, GuestTestCase):
@@ -189,7 +192,8 @@ def main() -> NoReturn:
     """Runs the tests of the calling file; exit status 0 only if all passed."""
     global build_dir
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", type=Path, default=build_dir, help="the build folder whose programs are tested")
+    parser.add_argument("--build", type=Path, default=build_dir,
+                        help="the build folder whose programs are tested")
     arguments, rest = parser.parse_known_args()
     build_dir = arguments.build.absolute()
     # unittest would take an exit for a failed test and go on; the interrupt ends the whole run.

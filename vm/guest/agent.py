@@ -4,18 +4,19 @@
 One JSON object a line, both ways, over a virtio-serial port named "agent". Requests carry "op" and "id"; what
 concerns a command carries the id that the host gave it. Bytes travel as base64.
 
-    spawn   {id, argv, env?, cwd?, stdin?: bool, tty?: [rows, columns]}  -> started {pid, streams} | error {text}
+    spawn   {id, argv, env?, cwd?, stdin?: bool, tty?: [rows, columns]}
+                                    -> started {pid, streams} | error {text}
     stdin   {id, data?, eof?}       signal {id, signal, group?}     resize {id, size: [rows, columns]}
     ping    {id}                                                    -> pong
     clock   {id, time}              sets the wall clock             -> pong
     read    {id, path}              -> file {data} ... file {eof}   | error {text}
     write   {id, path, data, mode?, append?}                        -> pong | error {text}
 
-While a command runs: output {stream, time, data}; closed {stream}; exit {status | signal, time}. What a command
-wrote before its end is sent before "exit"; what its children write later still comes after it.
+While a command runs: output {stream, time, data}; closed {stream}; exit {status | signal, time}. What a
+command wrote before its end is sent before "exit"; what its children write later still comes after it.
 
-One thread, one poll loop: nothing in here waits but the loop itself. Only modules that start fast are imported,
-since each costs an emulated processor tenths of a second.
+One thread, one poll loop: nothing in here waits but the loop itself. Only modules that start fast are
+imported, since each costs an emulated processor tenths of a second.
 """
 
 import binascii
@@ -164,7 +165,8 @@ class Agent:
         self.send(ident, "file", eof=True)
 
     def do_write(self, ident: int, request: dict) -> None:
-        flags = os.O_WRONLY | os.O_CREAT | os.O_CLOEXEC | (os.O_APPEND if request.get("append") else os.O_TRUNC)
+        flags = os.O_WRONLY | os.O_CREAT | os.O_CLOEXEC
+        flags |= os.O_APPEND if request.get("append") else os.O_TRUNC
         descriptor = os.open(request["path"], flags, request.get("mode", 0o644))
         with open(descriptor, "wb", buffering=0) as file:
             file.write(binascii.a2b_base64(request["data"]))
@@ -254,7 +256,10 @@ class Agent:
                 if got == 0:
                     break
                 left -= got
-        result = {"signal": os.WTERMSIG(status)} if os.WIFSIGNALED(status) else {"status": os.WEXITSTATUS(status)}
+        if os.WIFSIGNALED(status):
+            result = {"signal": os.WTERMSIG(status)}
+        else:
+            result = {"status": os.WEXITSTATUS(status)}
         self.send(command.ident, "exit", time=time.time(), **result)
         if command.stdin >= 0 and command.tty < 0:
             os.close(command.stdin)
