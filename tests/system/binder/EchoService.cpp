@@ -5,11 +5,13 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <dirent.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <thread>
 
 using android::BAD_VALUE;
@@ -27,13 +29,14 @@ using android::String8;
 
 namespace {
 
-int32_t threadCount() {
+/** Threads that bear a name of the pool; a sanitizer may run one of its own beside them. */
+int32_t pooledThreads() {
     int32_t count = 0;
-    DIR* const tasks = opendir("/proc/self/task");
-    while (const dirent* entry = readdir(tasks)) {
-        count += entry->d_name[0] != '.' ? 1 : 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name.rfind("Binder:", 0) == 0 ? 1 : 0;
     }
-    closedir(tasks);
     return count;
 }
 
@@ -114,7 +117,7 @@ status_t EchoService::onTransact(uint32_t code, const Parcel& data, Parcel* repl
             return OK;
         }
         case kThreads:
-            return reply->writeInt32(threadCount());
+            return reply->writeInt32(pooledThreads());
         case kExit:
             _exit(0);
         default:

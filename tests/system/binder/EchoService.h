@@ -25,7 +25,7 @@ class EchoService : public android::BBinder {
         kReplyOfSize,  ///< int32 bytes -> that many
         kKeep,         ///< object -> held until kForget
         kForget,       ///< -> lets go of everything kept
-        kThreads,      ///< -> int32: threads of the process
+        kThreads,      ///< -> int32: threads of the pool
         kExit,         ///< ends the process in the middle of the call
         kSleeping,     ///< -> int32: calls that sleep at this moment
         kStatus,       ///< int32 -> nothing: the call itself ends with that status
