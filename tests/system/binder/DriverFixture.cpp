@@ -25,8 +25,6 @@ using android::String16;
 using android::wp;
 using namespace std::chrono_literals;
 
-extern char** environ;
-
 namespace {
 
 constexpr auto kLimit = 30s;
@@ -47,6 +45,7 @@ bool waitUntil(const std::function<bool()>& condition) {
 Process::Process(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "/proc/self/exe");
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }

@@ -184,7 +184,7 @@ TEST_F(EdgeTest, AFullReceiveAreaIsAnErrorAndPasses) {
     ASSERT_EQ(OK, mEcho->transact(EchoService::kSleep, nap, nullptr, IBinder::FLAG_ONEWAY));
     // Oneway calls of one object wait for each other: none of these is served before the nap is over.
     Parcel large;
-    ASSERT_NE(nullptr, large.writeInplace(32 * 1024));
+    ASSERT_NE(nullptr, large.writeInplace(size_t{32} * 1024));
     status_t status = OK;
     int sent = 0;
     while (status == OK && sent < 1000) {

@@ -22,7 +22,6 @@
 
 using android::BBinder;
 using android::IBinder;
-using android::IInterface;
 using android::interface_cast;
 using android::IPCThreadState;
 using android::IServiceManager;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-using android::BBinder;
 using android::DEAD_OBJECT;
 using android::IPCThreadState;
 using android::Mutex;
