@@ -130,6 +130,7 @@ TEST_F(DriverTest, SharesOneProxyForAHandle) {
 TEST_F(DriverTest, ServesEightThreadsAtOnce) {
     std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
+    threads.reserve(8);
     for (int32_t thread = 0; thread < 8; ++thread) {
         threads.emplace_back([&, thread] {
             for (int32_t i = 0; i < 1000; ++i) {
@@ -270,7 +271,7 @@ TEST_F(DriverTest, PassesFileDescriptors) {
 TEST_F(DriverTest, RefusesWhatIsTooLargeAndGoesOn) {
     Parcel request;
     Parcel reply;
-    ASSERT_NE(nullptr, request.writeInplace(2 * 1024 * 1024));
+    ASSERT_NE(nullptr, request.writeInplace(size_t{2} * 1024 * 1024));
     EXPECT_EQ(android::FAILED_TRANSACTION, mEcho->transact(EchoService::kEcho, request, &reply));
     EXPECT_EQ(0U, reply.dataSize());
     expectEcho();
@@ -303,6 +304,7 @@ TEST_F(DriverTest, ReportsUnknownCodes) {
 TEST_F(DriverTest, GrowsThePoolUpToItsLimit) {
     const int32_t before = ask(EchoService::kThreads);
     std::vector<std::thread> sleepers;
+    sleepers.reserve(30);
     for (int i = 0; i < 30; ++i) {
         sleepers.emplace_back([&] {
             Parcel request;
