@@ -7,6 +7,7 @@
 #include <getopt.h>
 #include <sysexits.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -21,6 +22,9 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+/** Uevents that are sent at once, at the most, to catch up with the rate. */
+constexpr int kMostBehind = 20;
 
 constexpr char kUsage[] =
     "usage: uevent-inject [OPTION...] [KEY=VALUE...]\n"
@@ -154,10 +158,16 @@ int sendOne(UeventInjector* injector, const Options& options, uint64_t index) {
 
 int sendAll(UeventInjector* injector, const Options& options) {
     const Clock::time_point start = Clock::now();
+    const auto interval = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(options.rate > 0 ? 1 / options.rate : 0));
+    auto due = start;
     for (uint64_t i = 0; i < options.count; ++i) {
         if (options.rate > 0) {
-            const std::chrono::duration<double> due(static_cast<double>(i) / options.rate);
-            std::this_thread::sleep_until(start + std::chrono::duration_cast<Clock::duration>(due));
+            // What a stalled machine is behind by is not made up for in one burst: no reader could take it,
+            // and the summary tells the rate that came of it.
+            due = std::max(due, Clock::now() - kMostBehind * interval);
+            std::this_thread::sleep_until(due);
+            due += interval;
         }
         const int result = sendOne(injector, options, i);
         if (result != 0) {
