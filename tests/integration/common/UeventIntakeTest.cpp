@@ -300,10 +300,8 @@ class StormNotifier : public UeventObserverNotifier {
 class Storm {
   public:
     static constexpr int kPerSecond = 20000;
-    // A sender behind its schedule catches up with at most this many at once, and never has more unheard than
-    // the socket's buffer can hold (about 150): a machine that gives the uevent thread no time shows in the
-    // rate.
-    static constexpr int kMaxBurst = 40;
+    // A sender behind its schedule catches up, but never has more unheard than the socket's buffer can hold,
+    // which is about 150: a machine that gives the uevent thread no time shows in the rate.
     static constexpr int kMaxUnheard = 100;
 
     Storm(UeventInjector* injector, const StormNotifier* listener)

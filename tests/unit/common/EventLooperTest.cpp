@@ -139,6 +139,27 @@ TEST_F(EventLooperTest, StopFromInsideACallbackEndsAfterIt) {
     EXPECT_TRUE(runOnLooper([] {}));
 }
 
+TEST_F(EventLooperTest, StopsFromACallbackAndOutsideAtOnce) {
+    mThread->start();
+    Gate stopping;
+    Gate stopped;
+    std::thread stopper;
+    ASSERT_TRUE(runOnLooper([&] {
+        stopper = std::thread([&] {
+            stopping.open();
+            mThread->stop();
+            stopped.open();
+        });
+        stopping.wait();
+        // Gives the other the time to wait for this thread.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        mThread->stop();
+    }));
+    EXPECT_TRUE(stopped.wait());
+    stopper.join();
+    EXPECT_FALSE(mThread->isRunning());
+}
+
 TEST_F(EventLooperTest, StartRightAfterAStopFromInsideACallback) {
     for (int round = 0; round < 50; ++round) {
         mThread->start();

@@ -135,6 +135,15 @@ class ImpatientQueue : public MessageQueue {
     nsecs_t stopLimit() const override { return 50 * kMillisecond; }
 };
 
+/** A queue whose stop waits for as long as it takes. */
+class PatientQueue : public MessageQueue {
+  public:
+    using MessageQueue::MessageQueue;
+
+  protected:
+    nsecs_t stopLimit() const override { return kHour; }
+};
+
 sp<MessageQueue> makeQueue(const sp<MessageHandler>& handler, int timeoutMillis = kTimeoutMillis) {
     return new MessageQueue(handler, timeoutMillis, "TestQueue");
 }
@@ -357,7 +366,7 @@ TEST(MessageQueueTest, StartEndsTheWaitOfAStop) {
         held.open();
         release.wait();
     });
-    const sp<MessageQueue> queue = makeQueue(recorder);
+    const sp<MessageQueue> queue = new PatientQueue(recorder, kTimeoutMillis, "PatientQueue");
     ASSERT_TRUE(startPatiently(queue));
     queue->sendMessage(1);
     ASSERT_TRUE(held.wait());

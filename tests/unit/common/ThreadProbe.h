@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -22,6 +24,17 @@ inline std::string currentThreadName() {
     char name[16] = {};
     pthread_getname_np(pthread_self(), name, sizeof(name));
     return name;
+}
+
+/** Counts this process's threads of a name. */
+inline int countThreads(const std::string& name) {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string comm;
+        std::getline(std::ifstream(task.path() / "comm"), comm);
+        count += comm == name ? 1 : 0;
+    }
+    return count;
 }
 
 /** Opens once; whoever waits goes on from then. */

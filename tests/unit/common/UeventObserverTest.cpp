@@ -366,6 +366,7 @@ TEST_F(UeventObserverTest, DestructionClosesTheSocketAndDropsTheNotifiers) {
         notifier.clear();
         if (running) {
             mObserver->start();
+            ASSERT_TRUE(eventually([] { return countThreads("EventLooper") == 1; }));
         }
         const int fd = mKernel.receiver;
         const wp<UeventObserver> observer = mObserver;
@@ -373,6 +374,7 @@ TEST_F(UeventObserverTest, DestructionClosesTheSocketAndDropsTheNotifiers) {
         EXPECT_EQ(nullptr, observer.promote());
         EXPECT_EQ(nullptr, watch.promote());
         EXPECT_EQ(-1, fcntl(fd, F_GETFD));
+        EXPECT_TRUE(eventually([] { return countThreads("EventLooper") == 0; }));
         close(mKernel.sender);
         mObserver = new UeventObserver();
     }
