@@ -4,6 +4,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 #include <log/log.h>
 #include <sysexits.h>
 
@@ -18,7 +19,6 @@
 using android::defaultServiceManager;
 using android::IPCThreadState;
 using android::ProcessState;
-using android::serviceManagerProblem;
 using android::sp;
 using android::String16;
 using android::String8;
@@ -32,7 +32,7 @@ int main() {
     const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
     const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
 
-    const String8 problem = serviceManagerProblem();
+    const String8 problem = bindercheck::serviceManagerProblem();
     if (!problem.isEmpty()) {
         fprintf(stderr, "device-service: %s\n", problem.string());
         return EX_UNAVAILABLE;
