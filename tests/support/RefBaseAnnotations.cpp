@@ -5,8 +5,8 @@
  *
  * libutils is not instrumented, so the sanitizer does not see its atomic counters: without this, each
  * destructor run by the last of several threads looks like a race with what the others did before they let
- * go. For the same reason the text that all empty strings share is made before any thread runs. Linked into the
- * tests of the tsan preset only.
+ * go. For the same reason the text that all empty strings share is made before any thread runs. Linked into
+ * the tests of the tsan preset only.
  */
 
 #include <dlfcn.h>
