@@ -13,9 +13,9 @@ namespace usb {
 /**
  * The life of a libusb context that one thread opens and ends while others work with it.
  *
- * Who touches the context or one of its devices holds a Use meanwhile. The end of the context waits for the uses
- * under way and refuses new ones, so that nobody meets an ended context. A use is as long as the work with
- * libusb: never hold one while anything is called that could wait for the end of the context.
+ * Who touches the context or one of its devices holds a Use meanwhile. The end of the context waits for the
+ * uses under way and refuses new ones, so that nobody meets an ended context. A use is as long as the work
+ * with libusb: never hold one while anything is called that could wait for the end of the context.
  */
 class UsbContext {
   public:

@@ -5,10 +5,12 @@
 
 #include <log/log.h>
 
+#include <utility>
+
 #include "common/Assert.h"
 #include "usb/UsbDetectorMessageHandler.h"
 #include "usb/UsbDeviceBuilder.h"
-#include "usb/UsbDeviceRecord.h"
+#include "usb/UsbDevicePublisher.h"
 #include "usb/UsbTopology.h"
 
 namespace usb {
@@ -29,8 +31,12 @@ constexpr uint16_t kVendorApple = 0x05AC;
 /** The high byte of the products that are phones. */
 constexpr uint8_t kProductsPhone = 0x12;
 
-/** Hubs from the root hub on, itself included, that a chain may have. */
 constexpr int kRootHubDepth = 1;
+
+/** How the error lines of a notifier's result name the scan. */
+constexpr const char* kUpdateName = "handleDeviceUpdate";
+constexpr int kDetachLine = 696;
+constexpr int kAttachLine = 728;
 
 /** A pointer as the log shows it. */
 unsigned shown(const void* pointer) {
@@ -71,6 +77,7 @@ UsbDetectorImpl::UsbDetectorImpl(nsecs_t debounce) : mDebounce(debounce) {}
 
 void UsbDetectorImpl::makeQueue() {
     mMessageQueue = new MessageQueue(new Handler(this), kQueueTimeoutMillis, "UsbDetectorQueue");
+    SERVICE_ASSERT(mMessageQueue != nullptr, "detector->mMessageQueue.get()", LOG_TAG);
 }
 
 void UsbDetectorImpl::dissolve() {
@@ -179,6 +186,7 @@ sp<UsbDevice> UsbDetectorImpl::findByIdLocked(uint32_t deviceId) const {
         }
     }
     ALOGE("Can't get usbDevice which ID = %d", static_cast<int>(deviceId));
+    ALOGE("Error! Can't get UsbDevice with ID:%d.", static_cast<int>(deviceId));
     return nullptr;
 }
 
@@ -199,7 +207,6 @@ int UsbDetectorImpl::request(uint32_t deviceId, const UsbVendorRequest& request,
         Mutex::Autolock lock(mLock);
         const sp<UsbDevice> record = findByIdLocked(deviceId);
         if (record == nullptr) {
-            ALOGE("Error! Can't get UsbDevice with ID:%d.", static_cast<int>(deviceId));
             return -1;
         }
         // Without a context the event thread has failed, and the record's device is no more.
@@ -452,6 +459,7 @@ bool UsbDetectorImpl::findChanges(libusb_context* context, DeviceSet& removed, D
     return complete;
 }
 
+/** Fills @p present with the listed devices and hubs that count. */
 bool UsbDetectorImpl::listPresent(libusb_device* const* list, ssize_t listed, DeviceSet& present) {
     for (ssize_t i = 0; i < listed; ++i) {
         libusb_device* const device = list[i];
@@ -498,12 +506,109 @@ void UsbDetectorImpl::compareLists(const DeviceSet& present, DeviceSet& removed,
         }
     }
     // All at once, since the list that holds them now is freed before the first is reported.
-    DeviceSet kept;
     for (libusb_device* device : added) {
         const ssize_t ret = mDeviceList.add(device);
         if (ret < 0) {
             ALOGE("add device to mDeviceList failed,ret:%d", static_cast<int>(ret));
-            continue;
+        } else {
+            libusb_ref_device(device);
         }
     }
 }
+
+/** @return false when the detector was stopped meanwhile: the scan is over. */
+bool UsbDetectorImpl::detach(uint32_t session, libusb_device* device) {
+    sp<UsbDevice> record;
+    {
+        const UsbContext::Use use(mContext, session);
+        if (!use) {
+            return false;
+        }
+        UsbDevicePublisher::remove(device);
+        record = unlist(device);
+    }
+    const sp<UsbDetectorNotifierItf> notifier = this->notifier();
+    if (record != nullptr && notifier != nullptr && notifier->onDetach(record) != 0) {
+        logCheckFailed(kUpdateName, kDetachLine);
+    }
+    const UsbContext::Use use(mContext, session);
+    if (!use) {
+        return false;
+    }
+    forget(device);
+    if (record != nullptr) {
+        ALOGI("notify dettach\n");
+    }
+    libusb_unref_device(device);
+    return true;
+}
+
+/** Takes the record of @p device from the list; null when there is none. */
+sp<UsbDevice> UsbDetectorImpl::unlist(libusb_device* device) {
+    Mutex::Autolock lock(mLock);
+    sp<UsbDevice> record = findByDeviceLocked(device);
+    if (record == nullptr) {
+        ALOGE("Error! Can't get UsbDevice with devicePtr:0x%08x", shown(device));
+        return nullptr;
+    }
+    const ssize_t ret = mUsbDeviceList.remove(record);
+    if (ret < 0) {
+        ALOGE("remove device from mUsbDeviceList failed,ret:%d", static_cast<int>(ret));
+    }
+    return record;
+}
+
+void UsbDetectorImpl::forget(libusb_device* device) {
+    Mutex::Autolock lock(mLock);
+    const ssize_t ret = mDeviceList.remove(device);
+    if (ret < 0) {
+        ALOGE("remove  device from mDeviceList failed,ret:%d", static_cast<int>(ret));
+    }
+}
+
+/**
+ * The record is listed before it is reported, so that whoever hears of it, also in another thread, can ask
+ * for it. @return false when the detector was stopped meanwhile: the scan is over.
+ */
+bool UsbDetectorImpl::attach(uint32_t session, libusb_device* device) {
+    sp<UsbDevice> record;
+    {
+        const UsbContext::Use use(mContext, session);
+        if (!use) {
+            return false;
+        }
+        if (!isKept(device)) {
+            return true;
+        }
+        UsbDevicePublisher::add(device);
+        record = buildUsbDevice(device, takeId());
+        list(record);
+    }
+    const sp<UsbDetectorNotifierItf> notifier = this->notifier();
+    if (notifier != nullptr && notifier->onAttach(record) != 0) {
+        logCheckFailed(kUpdateName, kAttachLine);
+    }
+    ALOGI("notify attach\n");
+    return true;
+}
+
+/** False for a device that there was no memory to keep: the next scan tries again. */
+bool UsbDetectorImpl::isKept(libusb_device* device) const {
+    Mutex::Autolock lock(mLock);
+    return mDeviceList.indexOf(device) >= 0;
+}
+
+uint32_t UsbDetectorImpl::takeId() {
+    Mutex::Autolock lock(mLock);
+    return mNextId++;
+}
+
+void UsbDetectorImpl::list(const sp<UsbDevice>& record) {
+    Mutex::Autolock lock(mLock);
+    const ssize_t ret = mUsbDeviceList.add(record);
+    if (ret < 0) {
+        ALOGE("add device to mUsbDeviceList failed,ret:%d", static_cast<int>(ret));
+    }
+}
+
+}  // namespace usb

@@ -23,9 +23,9 @@ namespace usb {
  * The detector's state and its two threads.
  *
  * - Event thread: initialises libusb, waits for hot-plug events, handles them, and ends libusb again.
- * - Queue thread ("UsbDetectorQueue"): scans and calls the notifier. It alone adds to the lists and takes single
- *   devices from them, so that a scan as a whole needs no lock: the lists' own is short, and no client that
- *   a notification reaches can hold up a query.
+ * - Queue thread ("UsbDetectorQueue"): scans and calls the notifier. It alone adds to the lists and takes
+ * single devices from them, so that a scan as a whole needs no lock: the lists' own is short, and no client
+ * that a notification reaches can hold up a query.
  *
  * References to devices of libusb: a kept hot-plug event has one, and each entry of mDeviceList. Both kinds
  * are given back before the context ends; who needs a device between holds a UsbContext::Use.
@@ -98,11 +98,15 @@ class UsbDetectorImpl : public virtual android::RefBase {
     void cancel(int message);
 
     bool findChanges(libusb_context* context, DeviceSet& removed, DeviceSet& added);
+    static bool listPresent(libusb_device* const* list, ssize_t listed, DeviceSet& present);
     void compareLists(const DeviceSet& present, DeviceSet& removed, DeviceSet& added);
     bool detach(uint32_t session, libusb_device* device);
     bool attach(uint32_t session, libusb_device* device);
     android::sp<UsbDevice> unlist(libusb_device* device);
-    void forget(libusb_device* device, bool reported);
+    void forget(libusb_device* device);
+    bool isKept(libusb_device* device) const;
+    uint32_t takeId();
+    void list(const android::sp<UsbDevice>& record);
 
     android::sp<UsbDevice> findByIdLocked(uint32_t deviceId) const REQUIRES(mLock);
     android::sp<UsbDevice> findByDeviceLocked(libusb_device* device) const REQUIRES(mLock);

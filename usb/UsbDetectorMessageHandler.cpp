@@ -26,8 +26,7 @@ void UsbDetectorMessageHandler::handleMessage(const android::Message& message) {
             break;
         case kMessageHubTooDeep: {
             const sp<UsbDetectorNotifierItf> notifier = mDetector->notifier();
-            if (notifier != nullptr &&
-                notifier->onNotify(UsbDetectorNotifierItf::kEventHubTooDeep, 0) != 0) {
+            if (notifier != nullptr && notifier->onNotify(UsbDetectorNotifierItf::kEventHubTooDeep, 0) != 0) {
                 ALOGE("%s %d:check return value failed", "handleMessage", 771);
             }
             break;

@@ -20,10 +20,10 @@ constexpr uint8_t kRequestAoaProtocol = 0x33;
 
 }  // namespace
 
-const UsbVendorRequest UsbVendorRequest::kRoleSwitchCarplay = {kToDevice, kRequestRoleSwitch, 1, 0, 1000,
-                                                               870,       879};
-const UsbVendorRequest UsbVendorRequest::kRoleSwitchPlain = {kToDevice, kRequestRoleSwitch, 0, 0, 1000,
-                                                             895,       904};
+const UsbVendorRequest UsbVendorRequest::kRoleSwitchCarplay = {kToDevice, kRequestRoleSwitch, 1, 0, 1000, 870,
+                                                               879};
+const UsbVendorRequest UsbVendorRequest::kRoleSwitchPlain = {kToDevice, kRequestRoleSwitch, 0, 0, 1000, 895,
+                                                             904};
 const UsbVendorRequest UsbVendorRequest::kCarplaySupport = {
     kFromDevice, kRequestCarplaySupport, 0, kAnswerSize, 1000, 930, 942};
 const UsbVendorRequest UsbVendorRequest::kAoaProtocol = {
