@@ -63,8 +63,8 @@ class UsbDetector : public virtual android::RefBase {
      * Ends the threads and forgets all devices, without reporting them as gone. One thread at a time; may be
      * called from inside a notification, but not from a handler.
      *
-     * Takes about one second, the longest wait for an event; longer while a handler or a transfer to a device is
-     * under way. A notification that does not return is not waited for beyond MessageQueue::kStopLimit.
+     * Takes about one second, the longest wait for an event; longer while a handler or a transfer to a device
+     * is under way. A notification that does not return is not waited for beyond MessageQueue::kStopLimit.
      */
     void stop();
 
@@ -85,8 +85,8 @@ class UsbDetector : public virtual android::RefBase {
      * Tells a phone of Apple to become the host. Any thread; takes up to two seconds.
      *
      * @param type  a RoleSwitch; for kRoleSwitchCarplay the phone is asked first whether it supports CarPlay
-     * @return 0; libusb's error code when the phone did not take the request; -1 when the device is not listed,
-     *         does not support CarPlay, or @p type is something else. A line says why.
+     * @return 0; libusb's error code when the phone did not take the request; -1 when the device is not
+     * listed, does not support CarPlay, or @p type is something else. A line says why.
      */
     int appleRoleSwitch(uint32_t deviceId, uint32_t type);
 
