@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <libusb.h>
+#include <libusb-1.0/libusb.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/SortedVector.h>
