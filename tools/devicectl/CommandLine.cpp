@@ -11,6 +11,7 @@
 #include "device/DeviceManagerItf.h"
 #include "tools/devicectl/Managers.h"
 #include "tools/devicectl/Text.h"
+#include "tools/devicectl/UsbCommandLine.h"
 
 namespace devicectl {
 
@@ -22,7 +23,7 @@ constexpr double kMaxMonitorSeconds = 1e9;
 constexpr const char* kExitCodes =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the answer is no (no such device, no such controller), or another failure\n"
+    "  1  the answer is no (no such device, the phone does not support it), or another failure\n"
     "  2  wrong command line; nothing was done\n"
     "  3  the service is not registered, or there is no service manager\n"
     "  4  the daemon is dead or died during the call\n"
@@ -71,7 +72,7 @@ constexpr Help kVolumesHelp{
     "could\n"
     "not be read, or is not mounted, shows - where nothing is known. Changes nothing."};
 constexpr Help kMonitorHelp{
-    "Show devices and volumes as they come and go, until SIGINT or SIGTERM",
+    "Show devices, USB devices and volumes as they come and go, until SIGINT or SIGTERM",
     "Registers one client with each service of the daemon and removes it at the end. When the daemon "
     "dies, says so, waits for\n"
     "its return and registers again.\n"
@@ -162,6 +163,10 @@ class Definition {
         addManagerCommands();
         addDeviceCommands();
         add(mApp, "volumes", kVolumesHelp, Options::Command::kVolumes);
+        addUsbCommands(mApp, kCommonOptions, [this](const UsbRequest& request) {
+            mOptions.command = Options::Command::kUsb;
+            mOptions.usb = request;
+        });
         addMonitor();
         addServiceCommands();
     }

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "device/DeviceItf.h"
+#include "usb/UsbDeviceItf.h"
 #include "volume/VolumeItf.h"
 
 namespace devicectl {
@@ -20,6 +21,10 @@ struct Event {
         kVolumeAdded,    ///< volume
         kVolumeRemoved,  ///< volume
         kVolumeEvent,    ///< code and value
+        kUsbAttached,    ///< usbDevice
+        kUsbDetached,    ///< usbDevice
+        kUsbEvent,       ///< code and value, of the manager notifier
+        kUsbHostEvent,   ///< code and value, of the host notifier
         kServiceUp,      ///< service: the notifier is registered with it
         kServiceDown,    ///< service: its process died
     };
@@ -29,6 +34,7 @@ struct Event {
     Clock::time_point time;  ///< when it was taken, before it was queued
     android::sp<device::DeviceItf> device;
     android::sp<volume::VolumeItf> volume;
+    android::sp<usb::UsbDeviceItf> usbDevice;
     int32_t code = 0;
     int32_t value = 0;
     const char* service = "";  ///< name of the service, of static storage

@@ -17,7 +17,9 @@
 #include "device/IDeviceManager.h"
 #include "tools/devicectl/MonitorNotifier.h"
 #include "tools/devicectl/StandardStreams.h"
+#include "tools/devicectl/UsbMonitorNotifier.h"
 #include "tools/devicectl/VolumeMonitorNotifier.h"
+#include "usb/IUsbManager.h"
 #include "volume/BnVolumeManagerNotifier.h"
 #include "volume/IVolumeManager.h"
 
@@ -30,6 +32,7 @@ using android::sp;
 using device::BnDeviceManagerNotifier;
 using device::IDeviceManager;
 using std::chrono::milliseconds;
+using usb::IUsbManager;
 using volume::BnVolumeManagerNotifier;
 using volume::IVolumeManager;
 
@@ -67,6 +70,11 @@ Monitor::Monitor(const Options& options, const ServiceAccess& access)
                                     return new BnVolumeManagerNotifier(new VolumeMonitorNotifier(mQueue));
                                 }),
                                 mWakeUp);
+    mRegistrations.emplace_back(
+        access,
+        RegistrationKind{IUsbManager::kServiceName, [this] { return new UsbMonitorEar(mQueue); },
+                         UsbMonitorEar::add, UsbMonitorEar::remove},
+        mWakeUp);
     mRegistrations.emplace_back(access, kindOf<IDeviceManager>([this] {
                                     return new BnDeviceManagerNotifier(new MonitorNotifier(mQueue));
                                 }),

@@ -34,6 +34,8 @@ ExitCode runCommand(const Options& options) {
             return runManagerCommand(options, access);
         case Options::Command::kVolumes:
             return runVolumes(options, access);
+        case Options::Command::kUsb:
+            return runUsbCommand(options, access);
         case Options::Command::kMonitor:
             return Monitor(options, access).run();
         case Options::Command::kDump:
