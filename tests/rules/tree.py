@@ -16,7 +16,8 @@ PRODUCT = ("common", "device", "usb", "volume", "platform", "tools")
 # Folders that hold headers under their own names, as a unit's would be.
 PLATFORM_INCLUDES = tuple(sorted(ROOT.glob("platform/*/include")))
 INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in PLATFORM_INCLUDES),
-            "-isystem", "/usr/include/android", "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
+            "-isystem", "/usr/include/android", "-isystem", "/usr/include/libxml2",
+            "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
 
 T = TypeVar("T")
 
