@@ -7,6 +7,7 @@
 #include <utils/String8.h>
 
 #include "common/Property.h"
+#include "usb/CertificationMode.h"
 #include "usb/UsbAttribute.h"
 
 namespace usb {
@@ -57,7 +58,6 @@ constexpr struct {
     {"AoaFeature.Name", "/sys/module/aoa/parameters/aoa_device_name"},
 };
 
-constexpr int kPropertyRead = 1;
 constexpr size_t kFeatureSize = 128;
 
 }  // namespace
@@ -69,7 +69,7 @@ int UsbConfiguration::configUsbEnumerateScheme(bool oldFirst) {
 }
 
 int UsbConfiguration::configDefaultMode(int mask, bool on) {
-    if (mCertificationMode != kNormalOperation) {
+    if (mCertificationMode != kModeNormal) {
         return 0;
     }
     Mutex::Autolock lock(mModeLock);
@@ -83,7 +83,7 @@ int UsbConfiguration::configDefaultMode(int mask, bool on) {
 }
 
 int UsbConfiguration::applyDefaultMode(int mask) {
-    if (mCertificationMode != kNormalOperation) {
+    if (mCertificationMode != kModeNormal) {
         return mCertificationMode;
     }
     Mutex::Autolock lock(mModeLock);

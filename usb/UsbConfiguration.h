@@ -30,10 +30,7 @@ class UsbConfiguration {
         kAndroidInterfaceCheck = 4,
     };
 
-    /** The certification mode of normal operation, the letter 'O'. */
-    static constexpr int kNormalOperation = 79;
-
-    /** @param certificationMode the mode that the daemon runs in, fixed for its life */
+    /** @param certificationMode the mode that the daemon runs in, a CertificationMode, fixed for its life */
     explicit UsbConfiguration(int certificationMode) : mCertificationMode(certificationMode) {}
 
     UsbConfiguration(const UsbConfiguration&) = delete;

@@ -17,7 +17,7 @@ constexpr const char* kFile = "UsbManagerImpl";
 
 UsbManagerClassPerInterfaceHandler::UsbManagerClassPerInterfaceHandler(const wp<UsbManagerImpl>& manager)
     : mManager(manager) {
-    SERVICE_ASSERT(mManager.unsafe_get() != nullptr, "manager.get()", kFile);
+    SERVICE_ASSERT(manager != nullptr, "manager.get()", kFile);
 }
 
 int UsbManagerClassPerInterfaceHandler::onAttach(void* context, void* device) {

@@ -15,7 +15,7 @@ using android::wp;
 
 UsbManagerDetectorNotifier::UsbManagerDetectorNotifier(const wp<UsbManagerImpl>& manager)
     : mManager(manager) {
-    SERVICE_ASSERT(mManager.unsafe_get() != nullptr, "manager.get()", "UsbManagerImpl");
+    SERVICE_ASSERT(manager != nullptr, "manager.get()", "UsbManagerImpl");
 }
 
 int UsbManagerDetectorNotifier::onAttach(const sp<UsbDeviceItf>& device) {

@@ -10,7 +10,7 @@ using android::sp;
 using android::wp;
 
 UsbManagerTestNotifier::UsbManagerTestNotifier(const wp<UsbManagerImpl>& manager) : mManager(manager) {
-    SERVICE_ASSERT(mManager.unsafe_get() != nullptr, "manager.get()", "UsbManagerImpl");
+    SERVICE_ASSERT(manager != nullptr, "manager.get()", "UsbManagerImpl");
 }
 
 int UsbManagerTestNotifier::onEvent(int event, int arg) {

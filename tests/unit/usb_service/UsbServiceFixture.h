@@ -45,8 +45,12 @@ class FakeUsbCore : public usb::UsbManagerImplItf {
     }
     int configDefaultMode(int mask, bool on) override { return numbers("configDefaultMode", mask, on, 108); }
     int switchUsbState(int function) override { return number("switchUsbState", function, 113); }
-    int configAppleIapNodeName(const char* name) override { return text("configAppleIapNodeName", name, 114); }
-    int configAppleEanNodeName(const char* name) override { return text("configAppleEanNodeName", name, 115); }
+    int configAppleIapNodeName(const char* name) override {
+        return text("configAppleIapNodeName", name, 114);
+    }
+    int configAppleEanNodeName(const char* name) override {
+        return text("configAppleEanNodeName", name, 115);
+    }
     int configKernelAutoRoleSwitch(bool on) override { return number("configKernelAutoRoleSwitch", on, 116); }
     int appleDeviceRoleSwitch(int deviceId) override {
         return number("appleDeviceRoleSwitch", deviceId, -117);

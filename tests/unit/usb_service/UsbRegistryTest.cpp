@@ -8,7 +8,7 @@
 
 #include <thread>
 
-#include "tests/unit/usb/UsbServiceFixture.h"
+#include "tests/unit/usb_service/UsbServiceFixture.h"
 #include "usb/BnUsbHostNotifier.h"
 #include "usb/BnUsbManagerNotifier.h"
 
@@ -16,10 +16,10 @@ using android::IBinder;
 using android::Parcel;
 using android::sp;
 using android::wp;
-using usb::BnUsbManager;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using usb::BnUsbManager;
 
 namespace {
 
@@ -84,7 +84,7 @@ TEST_F(UsbRegistryTest, TheObjectItselfRemovesEachKindAlone) {
 TEST_F(UsbRegistryTest, RemovesTheCallersEntryWhateverBinderItPasses) {
     const sp<LoopbackBinder> registered = remote(mEvents);
     add(registered, kClient);
-    remove(remote(new EventRecorder()), kClient);
+    remove(remote(sp<EventRecorder>(new EventRecorder())), kClient);
     // The link was to be taken from the binder that was passed.
     EXPECT_EQ(1U, registered->linkCount());
     EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
@@ -93,13 +93,12 @@ TEST_F(UsbRegistryTest, RemovesTheCallersEntryWhateverBinderItPasses) {
 }
 
 TEST_F(UsbRegistryTest, DumpsTheManagerNotifiersOrTheCore) {
-    add(remote(new EventRecorder()), kOther);
+    add(remote(sp<EventRecorder>(new EventRecorder())), kOther);
     add(remote(mEvents), kClient);
     addHost(remote(mHosts), kClient);
-    EXPECT_THAT(dump({"notifier"}),
-                ::testing::MatchesRegex("-\\[usb\\.UsbManager\\]-\nnotifier size\\[2\\]\n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1001\\] \n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1002\\] \n"));
+    EXPECT_THAT(dump({"notifier"}), ::testing::MatchesRegex("-\\[usb\\.UsbManager\\]-\nnotifier size\\[2\\]\n"
+                                                            "notifier\\[0x[0-9a-f]{8}\\] pid\\[1001\\] \n"
+                                                            "notifier\\[0x[0-9a-f]{8}\\] pid\\[1002\\] \n"));
     EXPECT_EQ("-[usb.UsbManager]-\ncore dump\n", dump({}));
     EXPECT_EQ("-[usb.UsbManager]-\ncore dump\n", dump({"other", "notifier"}));
     EXPECT_THAT(mCore->takeCalls(), ElementsAre("dump 0", "dump 2"));
