@@ -21,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/integration/platform/KilledWriters.h"
+#include "tests/support/KilledWriters.h"
 #include "tests/support/TestFolder.h"
 
 using ::testing::ElementsAre;
