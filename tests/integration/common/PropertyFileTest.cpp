@@ -5,6 +5,7 @@
  * which gives its rights away where they would hide something.
  */
 #include <android/log.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -39,6 +40,28 @@ struct stat statusOf(const std::string& path) {
     EXPECT_EQ(0, lstat(path.c_str(), &status)) << path << ": " << strerror(errno);
     return status;
 }
+
+/** A file that is kept open, so that no new one gets its number. */
+class HeldFile {
+  public:
+    explicit HeldFile(const std::string& path) : mPath(path), mFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        EXPECT_GE(mFd, 0);
+    }
+    ~HeldFile() { close(mFd); }
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+
+    /** Whether its path still leads to it. */
+    bool isInPlace() const {
+        struct stat own = {};
+        EXPECT_EQ(0, fstat(mFd, &own));
+        return own.st_ino == statusOf(mPath).st_ino;
+    }
+
+  private:
+    const std::string mPath;
+    const int mFd;
+};
 
 class PropertyFileTest : public ::testing::Test {
   protected:
@@ -79,12 +102,13 @@ TEST_F(PropertyFileTest, ASaveReplacesTheFileAndKeepsOwnerAndMode) {
     ASSERT_EQ(0, chown(mFile.c_str(), 1234, 4321));
     ASSERT_EQ(0, chmod(mFile.c_str(), 0640));
     const struct stat before = statusOf(mFile);
+    const HeldFile held(mFile);
     EXPECT_EQ(0, setNew(mFile));
     const struct stat after = statusOf(mFile);
     EXPECT_EQ(1234U, after.st_uid);
     EXPECT_EQ(4321U, after.st_gid);
     EXPECT_EQ(before.st_mode, after.st_mode);
-    EXPECT_NE(before.st_ino, after.st_ino);
+    EXPECT_FALSE(held.isInPlace());
     EXPECT_EQ(kNew, contentOf(mFile));
     EXPECT_THAT(mFolder.names(), ElementsAre("file.xml"));
 }
@@ -120,8 +144,10 @@ TEST_F(PropertyFileTest, ALinkToNothingGetsItsFile) {
 TEST_F(PropertyFileTest, ASecondNameSeesTheSave) {
     const std::string second = mFolder.path("second.xml");
     ASSERT_EQ(0, link(mFile.c_str(), second.c_str()));
+    const HeldFile held(mFile);
     EXPECT_EQ(0, setNew(mFile));
     EXPECT_EQ(kNew, contentOf(second));
+    EXPECT_TRUE(held.isInPlace());
     EXPECT_EQ(statusOf(mFile).st_ino, statusOf(second).st_ino);
 }
 
@@ -139,12 +165,12 @@ TEST_F(PropertyFileTest, AMountedFileIsWrittenInPlace) {
 TEST_F(PropertyFileTest, InAFolderWithoutRightsItIsWrittenInPlace) {
     writeFile(mFile, std::string(kOld) + std::string(5000, '\n'));
     ASSERT_EQ(0, chmod(mFile.c_str(), 0666));
-    const struct stat before = statusOf(mFile);
+    const HeldFile held(mFile);
     {
         const Unprivileged user;
         EXPECT_EQ(0, setNew(mFile));
     }
-    EXPECT_EQ(before.st_ino, statusOf(mFile).st_ino);
+    EXPECT_TRUE(held.isInPlace());
     EXPECT_EQ(kNew, contentOf(mFile));
     EXPECT_THAT(mFolder.names(), ElementsAre("file.xml"));
     EXPECT_THAT(mLog.take("Property"), IsEmpty());
@@ -153,14 +179,13 @@ TEST_F(PropertyFileTest, InAFolderWithoutRightsItIsWrittenInPlace) {
 TEST_F(PropertyFileTest, AFileThatWouldChangeItsOwnerIsWrittenInPlace) {
     ASSERT_EQ(0, chmod(mFolder.path().c_str(), 0777));
     ASSERT_EQ(0, chmod(mFile.c_str(), 0666));
-    const struct stat before = statusOf(mFile);
+    const HeldFile held(mFile);
     {
         const Unprivileged user;
         EXPECT_EQ(0, setNew(mFile));
     }
-    const struct stat after = statusOf(mFile);
-    EXPECT_EQ(0U, after.st_uid);
-    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(0U, statusOf(mFile).st_uid);
+    EXPECT_TRUE(held.isInPlace());
     EXPECT_EQ(kNew, contentOf(mFile));
     EXPECT_THAT(mFolder.names(), ElementsAre("file.xml"));
 }
