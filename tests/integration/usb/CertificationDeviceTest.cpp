@@ -126,7 +126,6 @@ class CertificationDeviceTest : public ::testing::Test {
   protected:
     CertificationDeviceTest() : mAttributes(getenv("UMOCKDEV_DIR")) {
         mAttributes.layAll();
-        mBed.addBus(1);
     }
 
     ~CertificationDeviceTest() override {
