@@ -143,7 +143,8 @@ class Node {
                 if (mDone.empty()) {
                     complete(client, EAGAIN);
                 } else {
-                    umockdev_ioctl_data_set_ptr(argument, 0, mDone.front().get());
+                    const Data slot(umockdev_ioctl_data_resolve(argument, 0, sizeof(void*), nullptr));
+                    umockdev_ioctl_data_set_ptr(slot.get(), 0, mDone.front().get());
                     complete(client, 0);
                     mDone.pop_front();
                 }
@@ -201,8 +202,7 @@ class Node {
 
     bool discard(UMockdevIoctlData* argument) {
         const auto found = std::find_if(mWaiting.begin(), mWaiting.end(), [argument](const Data& data) {
-            return data->client_addr == argument->client_addr ||
-                   data->client_addr == *reinterpret_cast<gulong*>(argument->data);
+            return data->client_addr == *reinterpret_cast<gulong*>(argument->data);
         });
         if (found == mWaiting.end()) {
             return false;
