@@ -241,3 +241,8 @@ int AttributeBed::descriptorOf(const std::string& path) const {
     }
     return -1;
 }
+
+void AttributeBed::put(const std::string& path, const std::string& content) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path) << content;
+}

@@ -81,6 +81,12 @@ class FeatureFile {
     std::string mPath;
 };
 
+/** With its line feed, if it has one. */
+std::string firstLine(const std::string& text) {
+    const size_t end = text.find('\n');
+    return end == std::string::npos ? text : text.substr(0, end + 1);
+}
+
 std::string feature(const char* name, const std::string& value) {
     return std::string("<") + name + " value=\"" + value + "\"/>";
 }
@@ -464,10 +470,8 @@ TEST_F(UsbPortTest, RoleIsTheFirstCharacterOfTheAttribute) {
         for (const auto& [content, active] : rows) {
             AttributeBed::put(roleFile(port), content);
             EXPECT_EQ(active, usb::usbDeviceIsActived(port)) << content;
-            EXPECT_THAT(mLog.take(kTag), ElementsAre(info("Cmd \"cat " + roleFile(port) + "\" result:" +
-                                                          content.substr(0, content.find('\n') + 1 == 0
-                                                                                ? content.size()
-                                                                                : content.find('\n') + 1))));
+            EXPECT_THAT(mLog.take(kTag),
+                        ElementsAre(info("Cmd \"cat " + roleFile(port) + "\" result:" + firstLine(content))));
         }
     }
     // No more than 31 characters of a line.
