@@ -63,7 +63,7 @@ class UsbDetector : public virtual android::RefBase {
      * Ends the threads and forgets all devices, without reporting them as gone. One thread at a time; may be
      * called from inside a notification, but not from a handler.
      *
-     * Takes about one second, the longest wait for an event; longer while a handler or a transfer to a device
+     * Takes a second at most, the longest wait for an event; longer while a handler or a transfer to a device
      * is under way. A notification that does not return is not waited for beyond MessageQueue::kStopLimit.
      */
     void stop();

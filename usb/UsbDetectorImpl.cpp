@@ -142,6 +142,7 @@ void UsbDetectorImpl::startQueue() {
 
 void UsbDetectorImpl::stop() {
     mStop = 1;
+    wakeEventThread();
     joinEventThread();
     mMessageQueue->stop();
 
@@ -150,6 +151,14 @@ void UsbDetectorImpl::stop() {
     Mutex::Autolock lock(mLock);
     mDeviceList.clear();
     std::swap(records, mUsbDeviceList);
+}
+
+/** Ends the wait for events; a thread that is before its first wait sees mStop. */
+void UsbDetectorImpl::wakeEventThread() {
+    const UsbContext::Use use(mContext);
+    if (use) {
+        libusb_interrupt_event_handler(use.get());
+    }
 }
 
 void UsbDetectorImpl::joinEventThread() {

@@ -83,6 +83,7 @@ class UsbDetectorImpl : public virtual android::RefBase {
                          void* detector);
 
     void startQueue();
+    void wakeEventThread();
     void joinEventThread();
 
     void runEvents();
