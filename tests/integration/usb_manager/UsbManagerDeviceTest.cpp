@@ -61,6 +61,14 @@ class UsbManagerDeviceTest : public ::testing::Test {
         }
     }
 
+    /** Starts and waits for the first scan: what is plugged from now on comes by an event. */
+    void start() {
+        mLog.take();
+        EXPECT_EQ(0, mProxy->startup());
+        EXPECT_TRUE(
+            mLog.waitFor(LogLine{ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, 3 * kTestLimit));
+    }
+
     /** Plugs a phone that answers @p responder's answers; its number. */
     uint32_t plugPhone(const TestBed::Responder& responder) {
         mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(kPhone), responder);
@@ -90,7 +98,7 @@ class UsbManagerDeviceTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(UsbManagerDeviceTest, ADeviceComesAndGoes) {
-    EXPECT_EQ(0, mProxy->startup());
+    start();
     EXPECT_EQ(0, mProxy->getUsbDeviceCount());
     mAttributes.take();
     const uint32_t id = plugPhone(phone(UsbAnswer::stall(), UsbAnswer::stall()));
@@ -114,7 +122,7 @@ TEST_F(UsbManagerDeviceTest, ADeviceComesAndGoes) {
 
 TEST_F(UsbManagerDeviceTest, DevicesThatWereThereAreFoundByTheStart) {
     mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(kPhone));
-    mProxy->startup();
+    start();
     EXPECT_TRUE(mHosts->waitFor(kAttached));
     EXPECT_EQ(0, mProxy->shutdown());
     EXPECT_EQ(0, mProxy->getUsbDeviceCount());
@@ -122,7 +130,7 @@ TEST_F(UsbManagerDeviceTest, DevicesThatWereThereAreFoundByTheStart) {
 }
 
 TEST_F(UsbManagerDeviceTest, SwitchesTheRolesForCarplay) {
-    mProxy->startup();
+    start();
     mProxy->switchUsbState(0);
     const uint32_t id = plugPhone(phone(UsbAnswer::ok(std::string("\1\0\0\0", 4)), UsbAnswer::ok()));
     mAttributes.take();
@@ -138,7 +146,7 @@ TEST_F(UsbManagerDeviceTest, SwitchesTheRolesForCarplay) {
 }
 
 TEST_F(UsbManagerDeviceTest, SwitchesTheRolesForAccessories) {
-    mProxy->startup();
+    start();
     mProxy->switchUsbState(1);
     const uint32_t id = plugPhone(phone(UsbAnswer::stall(), UsbAnswer::ok()));
     mAttributes.take();
@@ -151,7 +159,7 @@ TEST_F(UsbManagerDeviceTest, SwitchesTheRolesForAccessories) {
 }
 
 TEST_F(UsbManagerDeviceTest, APhoneThatDoesNotSwitchLeavesTheUnitAHost) {
-    mProxy->startup();
+    start();
     mProxy->switchUsbState(0);
     const uint32_t id = plugPhone(phone(UsbAnswer::ok(std::string("\2\0\0\0", 4)), UsbAnswer::stall()));
     mAttributes.take();
@@ -168,7 +176,7 @@ TEST_F(UsbManagerDeviceTest, APhoneThatDoesNotSwitchLeavesTheUnitAHost) {
 }
 
 TEST_F(UsbManagerDeviceTest, AsksAPhoneForAccessoryMode) {
-    mProxy->startup();
+    start();
     uint32_t id = plugPhone([](const UsbRequest& request) {
         return request.request == 0x33 ? UsbAnswer::ok(std::string("\2\0\0\0", 4)) : UsbAnswer::stall();
     });
@@ -191,7 +199,7 @@ TEST_F(UsbManagerDeviceTest, AClientMayCallAnythingFromInsideItsCallBack) {
         }).join();
         mProxy->shutdown();
     };
-    mProxy->startup();
+    start();
     mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(kPhone));
     EXPECT_TRUE(mHosts->waitFor(kAttached));
     EXPECT_EQ(1, count);
@@ -202,7 +210,7 @@ TEST_F(UsbManagerDeviceTest, AClientMayCallAnythingFromInsideItsCallBack) {
     }));
     mHosts->attachHook = nullptr;
     EXPECT_EQ(0, mProxy->startup());
-    EXPECT_TRUE(mHosts->waitFor(kAttached));
+    EXPECT_TRUE(mHosts->waitFor(kAttached, 2));
 }
 
 TEST_F(UsbManagerDeviceTest, AClientThatHangsHoldsNobodyUp) {
@@ -212,7 +220,7 @@ TEST_F(UsbManagerDeviceTest, AClientThatHangsHoldsNobodyUp) {
         inside.open();
         gate.wait(6 * kTestLimit);
     };
-    mProxy->startup();
+    start();
     mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(kPhone));
     ASSERT_TRUE(inside.wait());
     EXPECT_EQ(1, mProxy->getUsbDeviceCount());
@@ -224,7 +232,7 @@ TEST_F(UsbManagerDeviceTest, AClientThatHangsHoldsNobodyUp) {
 }
 
 TEST_F(UsbManagerDeviceTest, AHostNotifierOutlivesItsRemovalOverTheWire) {
-    mProxy->startup();
+    start();
     mProxy->removeHostNotifier(new usb::BnUsbHostNotifier(mHosts));
     plugPhone(phone(UsbAnswer::stall(), UsbAnswer::stall()));
     mBed.unplug("1-1");
@@ -232,7 +240,7 @@ TEST_F(UsbManagerDeviceTest, AHostNotifierOutlivesItsRemovalOverTheWire) {
 }
 
 TEST_F(UsbManagerDeviceTest, ManagerAndServiceGoWhenNobodyHoldsThem) {
-    mProxy->startup();
+    start();
     plugPhone(phone(UsbAnswer::stall(), UsbAnswer::stall()));
     mProxy->shutdown();
     const wp<UsbManagerImpl> manager = mManager;

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "common/Uevent.h"
 #include "tests/integration/usb_manager/AttributeBed.h"
 #include "tests/integration/usb_manager/UsbRecorders.h"
 #include "tests/support/UeventInjector.h"
@@ -109,10 +110,9 @@ class UsbManagerImplTest : public ::testing::Test {
 
     /** What was told before is handled when this returns. */
     void fence() {
+        const size_t before = mLog.count(isFence);
         ASSERT_EQ(0, mInjector.send("change", "/devices/platform/apple", "apple"));
-        const auto handled = [this] { return mLog.count([](const LogLine& line) { return isFence(line); }); };
-        const size_t wanted = ++mFences;
-        ASSERT_TRUE(eventually([&] { return handled() >= wanted; }));
+        ASSERT_TRUE(eventually([&] { return mLog.count(isFence) > before; }));
     }
 
     static bool isFence(const LogLine& line) { return line == warning("unhandle action[3]\n"); }
@@ -126,7 +126,6 @@ class UsbManagerImplTest : public ::testing::Test {
                 kept.push_back(line);
             }
         }
-        mFences = 0;
         return kept;
     }
 
@@ -144,7 +143,6 @@ class UsbManagerImplTest : public ::testing::Test {
     LogCapture mLog;
     AttributeBed mBed;
     UeventInjector mInjector;
-    size_t mFences = 0;
     sp<UeventObserver> mUevents = new UeventObserver();
     sp<EventMemory> mEvents = new EventMemory();
     sp<HostMemory> mHosts = new HostMemory();

@@ -6,6 +6,7 @@
  * Notifiers that remember what the USB manager's core tells them, and that a test can wait for.
  */
 
+#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -30,16 +31,11 @@ class Remembered {
         return mCalls;
     }
 
-    /** @return false when @p call has not come within the limit of a test */
-    bool waitFor(const std::string& call) const {
+    /** @return false when @p call has not come @p times times within the limit of a test */
+    bool waitFor(const std::string& call, ptrdiff_t times = 1) const {
         std::unique_lock<std::mutex> hold(mLock);
-        return mChanged.wait_for(hold, 3 * kTestLimit, [this, &call] {
-            for (const std::string& each : mCalls) {
-                if (each == call) {
-                    return true;
-                }
-            }
-            return false;
+        return mChanged.wait_for(hold, 3 * kTestLimit, [this, &call, times] {
+            return std::count(mCalls.begin(), mCalls.end(), call) >= times;
         });
     }
 
