@@ -7,6 +7,7 @@
 #include <libusb-1.0/libusb.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -55,6 +56,7 @@ class UsbDetectorTest : public ::testing::Test {
         if (mDetector != nullptr) {
             mDetector->stop();
         }
+        faults().setAfterList(nullptr);
     }
 
     void make(nsecs_t debounce) {
@@ -467,17 +469,18 @@ TEST_F(UsbDetectorTest, DepartureTakesTheReportOfADeepHubBack) {
 // --- what goes wrong ---
 
 TEST_F(UsbDetectorTest, DeviceMayVanishBetweenListAndOpen) {
-    start();
-    std::atomic<bool> done{false};
-    faults().setAfterList([this, &done] {
-        if (!done.exchange(true)) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    Gate vanished;
+    faults().setAfterList([this, &vanished] {
+        if (!vanished.wait(std::chrono::milliseconds(0))) {
             mBed.vanish("1-1");
+            vanished.open();
         }
     });
-    mBed.plug("1-1", UsbDeviceSpec::stick());
+    mDetector->start();
     ASSERT_TRUE(logged(error("libusb open dev failed!")));
     ASSERT_TRUE(mNotifier->waitForAttached(1));
-    faults().setAfterList(nullptr);
+    ASSERT_TRUE(vanished.wait());
     EXPECT_EQ(1U, mNotifier->attached()[0]->getInterfaceCount()) << "known from the cached descriptors";
     mBed.unplug("1-1");
     ASSERT_TRUE(mNotifier->waitForDetached(1));
@@ -506,7 +509,7 @@ TEST_F(UsbDetectorTest, UnreadableDescriptorEndsTheScan) {
     ASSERT_TRUE(logged(error("failed to get device descriptor")));
     faults().deviceDescriptorResult = 0;
     fence("1-2");
-    EXPECT_EQ(2U, mNotifier->attached().size()) << "the next scan finds it";
+    EXPECT_TRUE(mNotifier->waitForAttached(2)) << "the next scan finds it";
 }
 
 TEST_F(UsbDetectorTest, MissingListEndsTheScan) {
@@ -633,6 +636,519 @@ TEST_F(UsbDetectorDeathTest, NoCallbackForDepartures) {
         },
         "Error registering callback \\[LIBUSB_ERROR_NO_MEM\\](.|\n)*"
         "assertion \"detector->usb_ctx\" failed: file \"UsbDetector\"");
+}
+
+// --- identifiers and queries ---
+
+TEST_F(UsbDetectorTest, IdentifiersOnlyGrow) {
+    start();
+    for (uint32_t id = 1; id <= 3; ++id) {
+        mBed.plug("1-1", UsbDeviceSpec::stick());
+        ASSERT_TRUE(mNotifier->waitForAttached(id));
+        EXPECT_EQ(id, mNotifier->attached()[id - 1]->getId());
+        EXPECT_EQ(1, mDetector->getBusNumber(id));
+        mBed.unplug("1-1");
+        ASSERT_TRUE(mNotifier->waitForDetached(id));
+        EXPECT_EQ(-1, mDetector->getBusNumber(id));
+    }
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    ASSERT_TRUE(mNotifier->waitForAttached(4));
+    mDetector->stop();
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(5));
+    EXPECT_EQ(5U, mNotifier->attached()[4]->getId()) << "over starts too";
+}
+
+TEST_F(UsbDetectorTest, BusNumberOfTheDevice) {
+    mBed.addBus(3);
+    mBed.plug("3-1", UsbDeviceSpec::stick());
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    EXPECT_EQ(3U, mNotifier->attached()[0]->getBusNumber());
+    EXPECT_EQ(3, mDetector->getBusNumber(1));
+    mLog.take();
+    EXPECT_EQ(-1, mDetector->getBusNumber(2));
+    EXPECT_EQ((std::vector<LogLine>{error("Can't get usbDevice which ID = 2"),
+                                    error("Error! Can't get UsbDevice with ID:2.")}),
+              mLog.take(kTag));
+}
+
+TEST_F(UsbDetectorTest, QueryBeyondTheListIsNull) {
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    ASSERT_TRUE(logged(info("notify attach\n")));
+    ASSERT_EQ(1U, mDetector->count());
+    mLog.take();
+    EXPECT_NE(nullptr, mDetector->query(0));
+    EXPECT_EQ(nullptr, mDetector->query(1));
+    EXPECT_EQ(nullptr, mDetector->query(static_cast<size_t>(-1)));
+    EXPECT_EQ((std::vector<LogLine>{error("No this (index = 1) UsbDevie object in mUsbDeviceList"),
+                                    error("No this (index = -1) UsbDevie object in mUsbDeviceList")}),
+              mLog.take(kTag));
+}
+
+TEST_F(UsbDetectorTest, NotificationMayAskAnything) {
+    size_t count = 0;
+    int bus = 0;
+    bool listed = false;
+    bool carplay = false;
+    Gate attached;
+    mNotifier->setAttachHook([&](const sp<UsbDeviceItf>& device) {
+        count = mDetector->count();
+        listed = mDetector->query(0).get() == device.get();
+        // From another thread that the notification waits for, as from a client.
+        std::thread([&] {
+            bus = mDetector->getBusNumber(device->getId());
+            carplay = mDetector->isAppleCarplaySupport(device->getId());
+        }).join();
+        attached.open();
+    });
+    size_t countAfter = 99;
+    Gate detached;
+    mNotifier->setDetachHook([&](const sp<UsbDeviceItf>& /*device*/) {
+        countAfter = mDetector->count();
+        detached.open();
+    });
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(),
+              [](const UsbRequest& /*request*/) { return UsbAnswer::ok(std::string("\1\0\0\0", 4)); });
+    ASSERT_TRUE(attached.wait());
+    EXPECT_EQ(1U, count);
+    EXPECT_TRUE(listed);
+    EXPECT_EQ(1, bus);
+    EXPECT_TRUE(carplay);
+    mBed.unplug("1-1");
+    ASSERT_TRUE(detached.wait());
+    EXPECT_EQ(0U, countAfter);
+}
+
+TEST_F(UsbDetectorTest, HandlerMayMakeTransfers) {
+    std::atomic<int> result{-1000};
+    mHandler->hook = [&result](const HandlerRecorder::Call& call) {
+        if (!call.attach) {
+            return;
+        }
+        libusb_device_handle* handle = nullptr;
+        ASSERT_EQ(0, libusb_open(static_cast<libusb_device*>(call.device), &handle));
+        unsigned char answer[4] = {};
+        result = libusb_control_transfer(handle, 0xC0, 0x33, 0, 0, answer, sizeof(answer), 5000);
+        libusb_close(handle);
+    };
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::stick(),
+              [](const UsbRequest& /*request*/) { return UsbAnswer::ok(std::string("\2\0", 2)); });
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    EXPECT_EQ(2, result) << "not busy with the event";
+}
+
+// --- control transfers ---
+
+/** A phone that gives one answer to every request, attached and listed. */
+class UsbRequestTest : public UsbDetectorTest {
+  public:
+    uint32_t attach(const TestBed::Responder& responder) {
+        mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(), responder);
+        start();
+        EXPECT_TRUE(logged(info("notify attach\n")));
+        mLog.take();
+        mOpens = faults().opens;
+        return mNotifier->attached()[0]->getId();
+    }
+
+    uint32_t attachAnswering(const UsbAnswer& answer) {
+        return attach([answer](const UsbRequest& /*request*/) { return answer; });
+    }
+
+    ~UsbRequestTest() override { EXPECT_EQ(0, faults().handles); }
+
+    int opens() const { return faults().opens - mOpens; }
+
+    /** libusb takes a device that cannot be opened for gone, which is an event of its own. */
+    std::vector<LogLine> linesWithoutEvents() {
+        std::vector<LogLine> lines = mLog.take(kTag);
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(),
+                           [](const LogLine& line) { return line.text.rfind("detach devce", 0) == 0; }),
+            lines.end());
+        return lines;
+    }
+
+    void expectRequest(size_t index, uint8_t requestType, uint8_t code, uint16_t value, uint16_t length) {
+        const std::vector<UsbRequest> requests = mBed.requests("1-1");
+        ASSERT_LT(index, requests.size());
+        EXPECT_EQ(requestType, requests[index].requestType);
+        EXPECT_EQ(code, requests[index].request);
+        EXPECT_EQ(value, requests[index].value);
+        EXPECT_EQ(0, requests[index].index);
+        EXPECT_EQ(length, requests[index].length);
+    }
+
+  private:
+    int mOpens = 0;
+};
+
+struct AnswerCase {
+    const char* name;
+    UsbAnswer answer;
+    bool carplay;
+    bool aoa;
+    const char* errorName;  //!< libusb's name of the failure; null when there is none
+};
+
+void PrintTo(const AnswerCase& testCase, std::ostream* stream) {
+    *stream << testCase.name;
+}
+
+class UsbAnswerTest : public UsbRequestTest, public ::testing::WithParamInterface<AnswerCase> {};
+
+TEST_P(UsbAnswerTest, CarplaySupport) {
+    const uint32_t id = attachAnswering(GetParam().answer);
+    EXPECT_EQ(GetParam().carplay, mDetector->isAppleCarplaySupport(id));
+    expectRequest(0, 0xC0, 0x53, 0, 4);
+    std::vector<LogLine> expected;
+    if (GetParam().errorName != nullptr) {
+        expected.push_back(error(std::string("Line:[942],libusb control transfer fail! errorType[") +
+                                 GetParam().errorName + "]"));
+    }
+    EXPECT_EQ(expected, mLog.take(kTag));
+    EXPECT_EQ(1, opens());
+}
+
+TEST_P(UsbAnswerTest, AoaSupport) {
+    const uint32_t id = attachAnswering(GetParam().answer);
+    EXPECT_EQ(GetParam().aoa, mDetector->checkAoaModeSupport(id));
+    expectRequest(0, 0xC0, 0x33, 0, 4);
+    std::vector<LogLine> expected;
+    if (GetParam().errorName != nullptr) {
+        expected.push_back(error(std::string("Line:[979],libusb control transfer fail! errorType[") +
+                                 GetParam().errorName + "]"));
+    }
+    EXPECT_EQ(expected, mLog.take(kTag));
+    EXPECT_EQ(1, opens());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, UsbAnswerTest,
+    ::testing::Values(
+        AnswerCase{"One", UsbAnswer::ok(std::string("\1\0\0\0", 4)), true, true, nullptr},
+        AnswerCase{"Zero", UsbAnswer::ok(std::string("\0\0\0\0", 4)), false, false, nullptr},
+        AnswerCase{"Two", UsbAnswer::ok(std::string("\2\0\0\0", 4)), false, true, nullptr},
+        AnswerCase{"HighByte", UsbAnswer::ok(std::string("\0\1\0\0", 4)), false, true, nullptr},
+        AnswerCase{"SecondWord", UsbAnswer::ok(std::string("\0\0\1\0", 4)), false, false, nullptr},
+        AnswerCase{"SecondWordToo", UsbAnswer::ok(std::string("\1\0\1\1", 4)), true, true, nullptr},
+        AnswerCase{"ShortWord", UsbAnswer::ok(std::string("\1\0", 2)), true, true, nullptr},
+        AnswerCase{"ShortByte", UsbAnswer::ok(std::string("\1", 1)), true, true, nullptr},
+        AnswerCase{"Empty", UsbAnswer::ok(), false, false, nullptr},
+        AnswerCase{"Stall", UsbAnswer::stall(), false, false, "LIBUSB_ERROR_PIPE"},
+        AnswerCase{"TimeOut", UsbAnswer::none(), false, false, "LIBUSB_ERROR_TIMEOUT"}),
+    [](const auto& testInfo) { return testInfo.param.name; });
+
+TEST_F(UsbRequestTest, PlainRoleSwitch) {
+    const uint32_t id = attachAnswering(UsbAnswer::ok());
+    EXPECT_EQ(0, mDetector->appleRoleSwitch(id, UsbDetector::kRoleSwitchPlain));
+    ASSERT_EQ(1U, mBed.requests("1-1").size());
+    expectRequest(0, 0x40, 0x51, 0, 0);
+    EXPECT_EQ((std::vector<LogLine>{info("Apple RoleSwitch")}), mLog.take(kTag));
+}
+
+TEST_F(UsbRequestTest, PlainRoleSwitchStalled) {
+    const uint32_t id = attachAnswering(UsbAnswer::stall());
+    EXPECT_EQ(LIBUSB_ERROR_PIPE, mDetector->appleRoleSwitch(id, 2));
+    EXPECT_EQ((std::vector<LogLine>{
+                  info("Apple RoleSwitch"),
+                  error("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")}),
+              mLog.take(kTag));
+}
+
+TEST_F(UsbRequestTest, PlainRoleSwitchWithoutAnswer) {
+    const uint32_t id = attachAnswering(UsbAnswer::none());
+    EXPECT_EQ(LIBUSB_ERROR_TIMEOUT, mDetector->appleRoleSwitch(id, 2));
+    EXPECT_TRUE(logged(error("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_TIMEOUT]")));
+}
+
+TEST_F(UsbRequestTest, CarplayRoleSwitch) {
+    const uint32_t id = attachAnswering(UsbAnswer::ok(std::string("\1\0\0\0", 4)));
+    EXPECT_EQ(0, mDetector->appleRoleSwitch(id, UsbDetector::kRoleSwitchCarplay));
+    ASSERT_EQ(2U, mBed.requests("1-1").size());
+    expectRequest(0, 0xC0, 0x53, 0, 4);
+    expectRequest(1, 0x40, 0x51, 1, 0);
+    EXPECT_EQ((std::vector<LogLine>{info("Apple Carplay RoleSwitch!")}), mLog.take(kTag));
+}
+
+TEST_F(UsbRequestTest, CarplayRoleSwitchOfAPhoneWithoutIt) {
+    const uint32_t id = attachAnswering(UsbAnswer::ok(std::string("\0\0\0\0", 4)));
+    EXPECT_EQ(-1, mDetector->appleRoleSwitch(id, 1));
+    EXPECT_EQ(1U, mBed.requests("1-1").size());
+    EXPECT_EQ((std::vector<LogLine>{info("Apple Carplay RoleSwitch!"),
+                                    info("The device(deviceId=1) don't Support Carplay role switch")}),
+              mLog.take(kTag));
+}
+
+TEST_F(UsbRequestTest, CarplayRoleSwitchStalled) {
+    const uint32_t id = attach([](const UsbRequest& request) {
+        return request.request == 0x53 ? UsbAnswer::ok(std::string("\1\0\0\0", 4)) : UsbAnswer::stall();
+    });
+    EXPECT_EQ(LIBUSB_ERROR_PIPE, mDetector->appleRoleSwitch(id, 1));
+    EXPECT_EQ((std::vector<LogLine>{
+                  info("Apple Carplay RoleSwitch!"),
+                  error("Line:[879],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")}),
+              mLog.take(kTag));
+}
+
+TEST_F(UsbRequestTest, PhoneVanishesBetweenSupportAndCarplayRoleSwitch) {
+    make(kNever);
+    const uint32_t id = attach([this](const UsbRequest& /*request*/) {
+        mBed.vanish("1-1");
+        return UsbAnswer::ok(std::string("\1\0\0\0", 4));
+    });
+    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, mDetector->appleRoleSwitch(id, 1));
+    EXPECT_EQ((std::vector<LogLine>{info("Apple Carplay RoleSwitch!"),
+                                    error("Line:[870],libusb open fail! errorType:LIBUSB_ERROR_NO_DEVICE")}),
+              linesWithoutEvents());
+}
+
+TEST_F(UsbRequestTest, PhoneThatCannotBeOpened) {
+    make(kNever);
+    const uint32_t id = attachAnswering(UsbAnswer::ok());
+    mBed.vanish("1-1");
+    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, mDetector->appleRoleSwitch(id, 2));
+    EXPECT_FALSE(mDetector->isAppleCarplaySupport(id));
+    EXPECT_FALSE(mDetector->checkAoaModeSupport(id));
+    EXPECT_EQ((std::vector<LogLine>{info("Apple RoleSwitch"),
+                                    error("Line:[895],libusb open fail! errorType:LIBUSB_ERROR_NO_DEVICE"),
+                                    error("Line:[930],libusb open fail errorType:[LIBUSB_ERROR_NO_DEVICE]"),
+                                    error("Line:[967],libusb open fail errorType:[LIBUSB_ERROR_NO_DEVICE]")}),
+              linesWithoutEvents());
+}
+
+TEST_F(UsbRequestTest, OtherRoleSwitchesOpenNothing) {
+    const uint32_t id = attachAnswering(UsbAnswer::ok());
+    EXPECT_EQ(-1, mDetector->appleRoleSwitch(id, 3));
+    EXPECT_EQ(-1, mDetector->appleRoleSwitch(id, 0));
+    EXPECT_EQ((std::vector<LogLine>{error("Error! Other usb device type,shouldn't role switch."),
+                                    error("Error! Other usb device type,shouldn't role switch.")}),
+              mLog.take(kTag));
+    EXPECT_EQ(0, opens());
+    EXPECT_TRUE(mBed.requests("1-1").empty());
+}
+
+TEST_F(UsbRequestTest, UnknownDevice) {
+    attachAnswering(UsbAnswer::ok());
+    EXPECT_EQ(-1, mDetector->appleRoleSwitch(7, 2));
+    EXPECT_FALSE(mDetector->isAppleCarplaySupport(7));
+    EXPECT_FALSE(mDetector->checkAoaModeSupport(7));
+    EXPECT_EQ(-1, mDetector->appleRoleSwitch(7, 1));
+    const LogLine lookup = error("Can't get usbDevice which ID = 7");
+    const LogLine unknown = error("Error! Can't get UsbDevice with ID:7.");
+    EXPECT_EQ((std::vector<LogLine>{info("Apple RoleSwitch"), lookup, unknown, lookup, unknown, lookup,
+                                    unknown, info("Apple Carplay RoleSwitch!"), lookup, unknown,
+                                    info("The device(deviceId=7) don't Support Carplay role switch")}),
+              mLog.take(kTag));
+    EXPECT_EQ(0, opens());
+}
+
+TEST_F(UsbRequestTest, RequestsOfSeveralThreadsAtOnce) {
+    const uint32_t id = attachAnswering(UsbAnswer::ok(std::string("\1\0\0\0", 4)));
+    std::atomic<int> good{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this, id, &good] {
+            for (int round = 0; round < 10; ++round) {
+                good += mDetector->isAppleCarplaySupport(id) && mDetector->checkAoaModeSupport(id) ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(40, good);
+}
+
+// --- life ---
+
+TEST_F(UsbDetectorTest, StartsAndStopsAgain) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    for (size_t round = 1; round <= 3; ++round) {
+        mDetector->start();
+        mDetector->start();  // nothing more
+        ASSERT_TRUE(mNotifier->waitForAttached(round));
+        ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
+        EXPECT_EQ(contexts + 1, faults().contexts);
+        const auto before = std::chrono::steady_clock::now();
+        mDetector->stop();
+        EXPECT_LT(std::chrono::steady_clock::now() - before, kTestLimit);
+        EXPECT_EQ(0U, mDetector->count());
+        EXPECT_EQ(contexts, faults().contexts);
+        EXPECT_EQ(0, faults().referencesAtExit);
+        EXPECT_EQ(0, faults().handlesAtExit);
+        EXPECT_TRUE(eventually(
+            [] { return countThreads("UsbDetector") == 0 && countThreads("UsbDetectorQueu") == 0; }));
+    }
+    mDetector->stop();  // nothing to stop
+    EXPECT_EQ(0U, mNotifier->detached().size()) << "a stop is no departure";
+    EXPECT_EQ(0U, countLogged(error("stop 1005:check return value failed")));
+}
+
+TEST_F(UsbDetectorTest, StoppedDetectorHasNothingToSay) {
+    mDetector->stop();
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_EQ(nullptr, mDetector->query(0));
+    EXPECT_EQ(-1, mDetector->getBusNumber(1));
+    EXPECT_FALSE(mDetector->checkAoaModeSupport(1));
+}
+
+TEST_F(UsbDetectorTest, RunningDetectorMayGo) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    const android::wp<UsbDetector> watched = mDetector;
+    mDetector.clear();
+    EXPECT_EQ(nullptr, watched.promote());
+    EXPECT_EQ(contexts, faults().contexts);
+    EXPECT_EQ(1, mNotifier->getStrongCount()) << "only the test's own";
+    EXPECT_EQ(1, mHandler->getStrongCount());
+    EXPECT_EQ(1, mClassHandler->getStrongCount());
+}
+
+TEST_F(UsbDetectorTest, TwoDetectorsLiveTheirOwnLives) {
+    const sp<NotifierRecorder> otherNotifier = new NotifierRecorder();
+    const sp<UsbDetector> other = new UsbDetector(kShort);
+    other->setNotifier(otherNotifier);
+    start();
+    other->start();
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    ASSERT_TRUE(otherNotifier->waitForAttached(1));
+    EXPECT_NE(mNotifier->attached()[0]->getDevice(), otherNotifier->attached()[0]->getDevice());
+
+    other->stop();
+    mBed.unplug("1-1");
+    ASSERT_TRUE(mNotifier->waitForDetached(1));
+    EXPECT_EQ(0U, otherNotifier->detached().size());
+    mBed.plug("1-2", UsbDeviceSpec::hub());
+    ASSERT_TRUE(mNotifier->waitForAttached(2));
+    other->start();
+    ASSERT_TRUE(otherNotifier->waitForAttached(2));
+    EXPECT_EQ(2U, otherNotifier->attached()[1]->getId());
+    mDetector->stop();
+    mBed.unplug("1-2");
+    ASSERT_TRUE(otherNotifier->waitForDetached(1));
+    other->stop();
+}
+
+TEST_F(UsbDetectorTest, NotificationMayWaitForTheStop) {
+    // What a client does that shuts the manager down when it hears of a device.
+    Gate stopped;
+    mNotifier->setAttachHook([this, &stopped](const sp<UsbDeviceItf>& /*device*/) {
+        std::thread([this] { mDetector->stop(); }).join();
+        stopped.open();
+    });
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    mDetector->start();
+    ASSERT_TRUE(stopped.wait());
+    ASSERT_TRUE(eventually([] { return countThreads("UsbDetectorQueu") == 0; }));
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_EQ(1U, mNotifier->attached().size()) << "the scan ended with the stop";
+    EXPECT_EQ(0, faults().referencesAtExit);
+
+    mNotifier->setAttachHook(nullptr);
+    mDetector->start();
+    EXPECT_TRUE(mNotifier->waitForAttached(3)) << "both again";
+}
+
+TEST_F(UsbDetectorTest, NotificationMayStop) {
+    Gate stopped;
+    mNotifier->setAttachHook([this, &stopped](const sp<UsbDeviceItf>& /*device*/) {
+        mDetector->stop();
+        stopped.open();
+    });
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    mDetector->start();
+    ASSERT_TRUE(stopped.wait());
+    ASSERT_TRUE(eventually([] { return countThreads("UsbDetectorQueu") == 0; }));
+    EXPECT_EQ(0U, mDetector->count());
+}
+
+TEST_F(UsbDetectorTest, NotificationMayOutlastAStopAndAStart) {
+    Gate entered;
+    Gate leave;
+    mNotifier->setAttachHook([&](const sp<UsbDeviceItf>& /*device*/) {
+        entered.open();
+        leave.wait();
+    });
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    mDetector->start();
+    ASSERT_TRUE(entered.wait());
+    mDetector->stop();
+    EXPECT_EQ(0, faults().referencesAtExit);
+    EXPECT_EQ(0U, mDetector->count());
+    mNotifier->setAttachHook(nullptr);
+    mDetector->start();
+    leave.open();
+    ASSERT_TRUE(mNotifier->waitForAttached(3));
+    EXPECT_TRUE(eventually([this] { return mDetector->count() == 2; }));
+    EXPECT_EQ(3U, mNotifier->attached().size()) << "the old scan reported one, the new one both";
+}
+
+TEST_F(UsbDetectorTest, StopWaitsForARequestUnderWay) {
+    Gate asked;
+    mBed.plug("1-1", UsbDeviceSpec::phoneOfApple(), [&asked](const UsbRequest& /*request*/) {
+        asked.open();
+        return UsbAnswer::none();
+    });
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    bool support = true;
+    std::thread client([this, &support] { support = mDetector->isAppleCarplaySupport(1); });
+    ASSERT_TRUE(asked.wait());
+    mDetector->stop();
+    EXPECT_EQ(0, faults().handlesAtExit);
+    client.join();
+    EXPECT_FALSE(support);
+}
+
+TEST_F(UsbDetectorTest, ThousandPlugCyclesLeaveNothingBehind) {
+    constexpr size_t kPorts = 5;
+    constexpr size_t kRounds = 200;
+    make(kShort);
+    start();
+    fence("1-9");
+    mBed.unplug("1-9");
+    ASSERT_TRUE(mNotifier->waitForDetached(1));
+    ASSERT_TRUE(eventually([] { return faults().references == 0; }));
+    const auto openFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    const auto files = openFiles();
+    for (size_t round = 1; round <= kRounds; ++round) {
+        for (size_t port = 1; port <= kPorts; ++port) {
+            mBed.plug("1-" + std::to_string(port), UsbDeviceSpec::stick());
+        }
+        ASSERT_TRUE(mNotifier->waitForAttached(round * kPorts + 1));
+        for (size_t port = 1; port <= kPorts; ++port) {
+            mBed.unplug("1-" + std::to_string(port));
+        }
+        ASSERT_TRUE(mNotifier->waitForDetached(round * kPorts + 1));
+        mLog.take();
+    }
+    EXPECT_TRUE(eventually([] { return faults().references == 0; })) << faults().references;
+    EXPECT_EQ(0, faults().handles);
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_TRUE(eventually([&] { return openFiles() == files; })) << openFiles() - files << " more";
+    EXPECT_EQ(1, countThreads("UsbDetector"));
+    EXPECT_EQ(1, countThreads("UsbDetectorQueu"));
+    EXPECT_EQ(kRounds * kPorts + 1, mNotifier->attached().size());
+    EXPECT_EQ(kRounds * kPorts + 1, mNotifier->attached().back()->getId());
+    const android::wp<UsbDeviceItf> last = mNotifier->attached().back();
+    mNotifier = nullptr;
+    mDetector->stop();
+    mDetector->setNotifier(nullptr);
+    EXPECT_EQ(nullptr, last.promote()) << "nobody keeps a record";
 }
 
 }  // namespace
