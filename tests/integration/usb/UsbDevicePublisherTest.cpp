@@ -132,7 +132,7 @@ TEST_F(UsbDevicePublisherTest, MissingStringsAreEmpty) {
     EXPECT_THAT(log(), IsEmpty());
 }
 
-TEST_F(UsbDevicePublisherTest, LongStringsAreCut) {
+TEST_F(UsbDevicePublisherTest, TheLongestStringsAreWhole) {
     const std::string longest(126, 'n');
     mBed.plug("1-1", named(longest, longest, longest));
     publish(1, "1-1");
@@ -181,13 +181,10 @@ TEST_F(UsbDevicePublisherTest, ThereIsOneRecordForEachBus) {
 
 TEST_F(UsbDevicePublisherTest, ADeviceThatCannotBeOpenedIsNotPublished) {
     mBed.plug("1-1", named("Acme", "", ""));
-    libusb_device** list = nullptr;
-    ASSERT_GT(libusb_get_device_list(mContext, &list), 0);
     with(1, "1-1", [this](libusb_device* device) {
         mBed.vanish("1-1");
         UsbDevicePublisher::add(device);
     });
-    libusb_free_device_list(list, 1);
     EXPECT_THAT(mFolder.names(), IsEmpty());
     EXPECT_THAT(log(), ElementsAre(error("libusb open dev failed!")));
 }
