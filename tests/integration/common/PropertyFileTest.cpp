@@ -44,7 +44,8 @@ struct stat statusOf(const std::string& path) {
 /** A file that is kept open, so that no new one gets its number. */
 class HeldFile {
   public:
-    explicit HeldFile(const std::string& path) : mPath(path), mFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    explicit HeldFile(const std::string& path)
+        : mPath(path), mFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
         EXPECT_GE(mFd, 0);
     }
     ~HeldFile() { close(mFd); }

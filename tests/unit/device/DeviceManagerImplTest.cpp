@@ -11,8 +11,8 @@
 
 #include "device/Device.h"
 #include "device/DeviceManagerMessageHandler.h"
-#include "tests/unit/device/FakeUevents.h"
 #include "tests/unit/common/ThreadProbe.h"
+#include "tests/unit/device/FakeUevents.h"
 #include "tests/unit/device/Recorder.h"
 #include "tests/unit/support/LogCapture.h"
 
@@ -327,6 +327,8 @@ TEST_F(DeviceManagerImplTest, GoesWithItsThreadsAndNotifiers) {
     const wp<Manager> manager = mManager;
     const wp<DeviceObserver> observer = mObserver;
     const wp<Recorder> recorder = mRecorder;
+    // Waits for the uevent thread, which holds the manager while it calls in.
+    mObserver->remove(String8("nothing"));
     mObserver.clear();
     mRecorder.clear();
     // Still started: its threads must not keep it.
