@@ -269,25 +269,26 @@ TEST_F(CertificationDeviceTest, TheLogoModeTakesOneTestDevice) {
     }
 }
 
-TEST_F(CertificationDeviceTest, TheLogoTestSwitchesRolesAHundredThousandTimes) {
+TEST_F(CertificationDeviceTest, TheLogoTestSwitchesRolesOnTheDevicesBus) {
     mBed.addBus(2);
     mBed.plug("2-1", device(kTestVendor, 260));
     build(usb::kModeLogo);
-    mWait->setLength(0);
     mWait->start();
+    mWait->onWait([this] {
+        if (mWait->asked().size() == 3) {
+            mWait->stop();
+        }
+    });
     EXPECT_EQ(0, act("attach", "2-1"));
-    const std::vector<std::string> writes = UnitAttributes::fullWrites();
-    ASSERT_EQ(100003U, writes.size());
-    const std::vector<Finding> findings = mFindings->take();
-    ASSERT_EQ(100000U, findings.size());
-    for (size_t pass = 0; pass < findings.size(); ++pass) {
-        const bool isHost = pass % 2 == 1;
-        ASSERT_EQ(std::string("/sys/devices/platform/ehci-platform.2/usb_role_switch=") + (isHost ? "1" : "0"),
-                  writes[pass + 3]);
-        ASSERT_EQ(Finding(isHost ? 6 : 5, 300), findings[pass]);
-    }
-    EXPECT_EQ(100000U, mWait->asked().size());
-    EXPECT_THAT(mWait->asked(), Each(300));
+    const std::string roleSwitch = "/sys/devices/platform/ehci-platform.2/usb_role_switch=";
+    EXPECT_THAT(UnitAttributes::fullWrites(),
+                ElementsAre("/sys/module/vxqa4410_bc/parameters/bc_polling_enable=0",
+                            "/sys/module/usbcore/parameters/usb_logo_test_start=1",
+                            "/sys/devices/platform/vx4410-udc.1/full_spd=i", roleSwitch + "0",
+                            roleSwitch + "1", roleSwitch + "0", roleSwitch + "1"));
+    EXPECT_THAT(mFindings->take(),
+                ElementsAre(Finding(5, 300), Finding(6, 300), Finding(5, 300), Finding(6, 300)));
+    EXPECT_THAT(mWait->asked(), ElementsAre(300, 300, 300, 300));
 }
 
 TEST_F(CertificationDeviceTest, AStopEndsTheLogoTest) {
@@ -402,6 +403,8 @@ TEST_F(CertificationDeviceTest, AHubThatCannotBeOpenedFeedsNothing) {
     EXPECT_THAT(findings("1-1.1"), ElementsAre(Finding(3, 3)));
     EXPECT_EQ(1U, mLog.count(isStatusLine("] open libusb device failed\n")));
     EXPECT_THAT(mBed.requests("1-1"), IsEmpty());
+    // libusb 1.0.26 cannot end a context that lists a device behind a hub which it gave up.
+    mBed.unplug("1-1");
 }
 
 TEST_F(CertificationDeviceTest, SomeDevicesMayAskForAnyPower) {
@@ -584,7 +587,10 @@ TEST_F(CertificationDeviceTest, GoesOnWithoutAListOfDevices) {
     sListResult = LIBUSB_ERROR_NO_MEM;
     EXPECT_THAT(findings("1-1.2"), IsEmpty());
     EXPECT_THAT(findings("1-1.1"), ElementsAre(Finding(3, 3)));
-    EXPECT_EQ(1U, mLog.count(isStatusLine("] open libusb device failed\n")));
+    EXPECT_EQ(2U, mLog.count([](const LogLine& line) {
+        return line.tag == "UsbTID" &&
+               line.text.find("libusb_get_device_list() failed: LIBUSB_ERROR_NO_MEM\n") != std::string::npos;
+    }));
 }
 
 TEST_F(CertificationDeviceTest, RefusesUnknownActions) {
