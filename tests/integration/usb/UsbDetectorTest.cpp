@@ -763,6 +763,16 @@ class UsbRequestTest : public UsbDetectorTest {
 
     int opens() const { return faults().opens - mOpens; }
 
+    /** libusb takes a device that cannot be opened for gone, which is an event of its own. */
+    std::vector<LogLine> linesWithoutEvents() {
+        std::vector<LogLine> lines = mLog.take(kTag);
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(),
+                           [](const LogLine& line) { return line.text.rfind("detach devce", 0) == 0; }),
+            lines.end());
+        return lines;
+    }
+
     void expectRequest(size_t index, uint8_t requestType, uint8_t code, uint16_t value, uint16_t length) {
         const std::vector<UsbRequest> requests = mBed.requests("1-1");
         ASSERT_LT(index, requests.size());
@@ -886,6 +896,7 @@ TEST_F(UsbRequestTest, CarplayRoleSwitchStalled) {
 }
 
 TEST_F(UsbRequestTest, PhoneVanishesBetweenSupportAndCarplayRoleSwitch) {
+    make(kNever);
     const uint32_t id = attach([this](const UsbRequest& /*request*/) {
         mBed.vanish("1-1");
         return UsbAnswer::ok(std::string("\1\0\0\0", 4));
@@ -893,10 +904,11 @@ TEST_F(UsbRequestTest, PhoneVanishesBetweenSupportAndCarplayRoleSwitch) {
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, mDetector->appleRoleSwitch(id, 1));
     EXPECT_EQ((std::vector<LogLine>{info("Apple Carplay RoleSwitch!"),
                                     error("Line:[870],libusb open fail! errorType:LIBUSB_ERROR_NO_DEVICE")}),
-              mLog.take(kTag));
+              linesWithoutEvents());
 }
 
 TEST_F(UsbRequestTest, PhoneThatCannotBeOpened) {
+    make(kNever);
     const uint32_t id = attachAnswering(UsbAnswer::ok());
     mBed.vanish("1-1");
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, mDetector->appleRoleSwitch(id, 2));
@@ -906,7 +918,7 @@ TEST_F(UsbRequestTest, PhoneThatCannotBeOpened) {
                                     error("Line:[895],libusb open fail! errorType:LIBUSB_ERROR_NO_DEVICE"),
                                     error("Line:[930],libusb open fail errorType:[LIBUSB_ERROR_NO_DEVICE]"),
                                     error("Line:[967],libusb open fail errorType:[LIBUSB_ERROR_NO_DEVICE]")}),
-              mLog.take(kTag));
+              linesWithoutEvents());
 }
 
 TEST_F(UsbRequestTest, OtherRoleSwitchesOpenNothing) {
