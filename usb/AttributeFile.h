@@ -17,7 +17,8 @@ class AttributeFile {
     AttributeFile(const AttributeFile&) = delete;
     AttributeFile& operator=(const AttributeFile&) = delete;
 
-    /** Opens @p path, which must exist, and empties it where it is a plain file. @return false upon failure */
+    /** Opens @p path, which must exist, and empties it where it is a plain file. @return false upon failure
+     */
     bool open(const char* path);
 
     /** Writes @p value, without a line's end. @return whether the kernel took all of it */

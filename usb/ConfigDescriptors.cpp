@@ -34,10 +34,9 @@ bool anyConfiguration(libusb_device* device, uint8_t count, const std::function<
 bool anyInterfaceClass(const libusb_config_descriptor& config, const std::function<bool(uint8_t)>& matches) {
     return std::any_of(
         config.interface, config.interface + config.bNumInterfaces, [&](const libusb_interface& interface) {
-            return std::any_of(interface.altsetting, interface.altsetting + interface.num_altsetting,
-                               [&](const libusb_interface_descriptor& setting) {
-                                   return matches(setting.bInterfaceClass);
-                               });
+            return std::any_of(
+                interface.altsetting, interface.altsetting + interface.num_altsetting,
+                [&](const libusb_interface_descriptor& setting) { return matches(setting.bInterfaceClass); });
         });
 }
 

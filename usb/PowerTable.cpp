@@ -38,8 +38,7 @@ void PowerTable::keep(const Place& device) {
 
 void PowerTable::endLook() {
     Entry* const end = mEntries.data() + mCount;
-    Entry* const kept =
-        std::remove_if(mEntries.data(), end, [](const Entry& entry) { return !entry.keep; });
+    Entry* const kept = std::remove_if(mEntries.data(), end, [](const Entry& entry) { return !entry.keep; });
     mCount = static_cast<size_t>(kept - mEntries.data());
 }
 

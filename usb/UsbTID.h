@@ -45,8 +45,8 @@ class UsbTID : public android::RefBase {
      * Looks at a device that came or went; sends at most one finding, but for the logo test, which goes on
      * until it is stopped.
      *
-     * The detector's event thread, outside of libusb's event handling. Takes up to a second when the hub above
-     * the device must be asked, and hours for the logo test.
+     * The detector's event thread, outside of libusb's event handling. Takes up to a second when the hub
+     * above the device must be asked, and hours for the logo test.
      *
      * @param action   "attach" or "detach"
      * @param context  the libusb context of @p device

@@ -44,7 +44,8 @@ class UsbTest : public android::RefBase {
      * @param detector  gets a handler unless the mode is normal operation; not null then, and not started yet
      * @param wait      makes the waits; null for one that waits as long as it is told
      */
-    explicit UsbTest(const android::sp<UsbDetector>& detector, const android::sp<UsbTestWait>& wait = nullptr);
+    explicit UsbTest(const android::sp<UsbDetector>& detector,
+                     const android::sp<UsbTestWait>& wait = nullptr);
 
     /** Sets who hears of findings; null for nobody. Any thread. */
     void setNotifier(const android::sp<UsbTestNotifierItf>& notifier);
@@ -73,8 +74,8 @@ class UsbTest : public android::RefBase {
 
     /**
      * Switches a port's battery charging, with its power off meanwhile, and keeps the mode for later starts.
-     * Any thread; waits for the charging driver, without limit but the end of endWaits() or stop(). The port's
-     * power comes back in any case.
+     * Any thread; waits for the charging driver, without limit but the end of endWaits() or stop(). The
+     * port's power comes back in any case.
      *
      * @param port  0 to 2
      * @param mode  a ChargingMode; others count as kChargingC in what is kept

@@ -36,8 +36,8 @@ int UsbTestDetectorHandler::onDetach(void* ctx, void* dev) {
 void UsbTestDetectorHandler::check(const char* action, void* ctx, void* dev) {
     const sp<UsbTID> checker = mTest->checker();
     // The owner's end may come while the detector still calls.
-    if (checker != nullptr && checker->doAction(action, static_cast<libusb_context*>(ctx),
-                                                static_cast<libusb_device*>(dev)) != 0) {
+    if (checker != nullptr &&
+        checker->doAction(action, static_cast<libusb_context*>(ctx), static_cast<libusb_device*>(dev)) != 0) {
         ALOGE("TID do action fail\n");
     }
 }

@@ -79,7 +79,8 @@ void UsbTestMessageHandler::handleMessage(const android::Message& message) {
     AttributeFile enable;
     AttributeFile start;
     if (!openWhenThere(span, &product, path::kIdProduct) || !openWhenThere(span, &vendor, path::kIdVendor) ||
-        !openWhenThere(span, &enable, path::kIdEnable) || !openWhenThere(span, &start, path::kLogoTestStart)) {
+        !openWhenThere(span, &enable, path::kIdEnable) ||
+        !openWhenThere(span, &start, path::kLogoTestStart)) {
         return;
     }
     const uint32_t code = static_cast<uint32_t>(message.what);

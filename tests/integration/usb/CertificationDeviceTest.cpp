@@ -124,9 +124,7 @@ LogCapture::Predicate isStatusLine(const std::string& text) {
 
 class CertificationDeviceTest : public ::testing::Test {
   protected:
-    CertificationDeviceTest() : mAttributes(getenv("UMOCKDEV_DIR")) {
-        mAttributes.layAll();
-    }
+    CertificationDeviceTest() : mAttributes(getenv("UMOCKDEV_DIR")) { mAttributes.layAll(); }
 
     ~CertificationDeviceTest() override {
         sConfigResult = 0;
@@ -241,8 +239,7 @@ TEST_F(CertificationDeviceTest, TestDevicesStartTheLogoTestOnce) {
         build(usb::kModeTestDevices);
         EXPECT_THAT(findings(device(kTestVendor, static_cast<uint16_t>(product))), IsEmpty());
         if (starts) {
-            EXPECT_THAT(UnitAttributes::writes(),
-                        ElementsAre("bc_polling_enable=0", "usb_logo_test_start=1"))
+            EXPECT_THAT(UnitAttributes::writes(), ElementsAre("bc_polling_enable=0", "usb_logo_test_start=1"))
                 << product;
             UnitAttributes::forget();
             EXPECT_THAT(findings(device(kTestVendor, 258)), IsEmpty());
@@ -331,12 +328,12 @@ TEST_F(CertificationDeviceTest, OneUnitLoadIsAlwaysThere) {
 TEST_F(CertificationDeviceTest, MoreThanAUnitLoadNeedsASupplyAbove) {
     build(usb::kModeTestDevices);
     const std::vector<std::pair<std::string, bool>> hubs = {
-        {std::string("\1\0", 2), true},    // a supply of its own
-        {std::string("\1\1", 2), true},    // the second byte says nothing
-        {std::string("\0\0", 2), false},   // fed by the bus
-        {std::string("\3\0", 2), false},   // may wake the host: not the answer of a plain supply
-        {std::string("\1", 1), true},      // short
-        {std::string(), false},            // nothing at all
+        {std::string("\1\0", 2), true},   // a supply of its own
+        {std::string("\1\1", 2), true},   // the second byte says nothing
+        {std::string("\0\0", 2), false},  // fed by the bus
+        {std::string("\3\0", 2), false},  // may wake the host: not the answer of a plain supply
+        {std::string("\1", 1), true},     // short
+        {std::string(), false},           // nothing at all
     };
     for (const auto& [status, supplied] : hubs) {
         mBed.plug("1-1", UsbDeviceSpec::hub(), statusOf(status));
@@ -648,8 +645,8 @@ class CertificationRoadTest : public CertificationDeviceTest {
         mTest->start();
         mDetector->start();
         // The first scan comes after the registration for events.
-        ASSERT_TRUE(mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"},
-                                 kCertificationLimit));
+        ASSERT_TRUE(
+            mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, kCertificationLimit));
         mLog.take();
     }
 
@@ -736,8 +733,7 @@ TEST_F(CertificationRoadTest, AFindingWithoutANotifierIsNoFailure) {
     start("T");
     mTest->setNotifier(nullptr);
     mBed.plug("1-1", deviceOfClass(31));
-    // Checks are made in order of arrival: this one's finding comes after the other's.
-    mTest->setNotifier(nullptr);
+    // The detector takes a device up after the checks.
     ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
     EXPECT_EQ(0U, mLog.count([](const LogLine& line) { return line.tag == "UsbTest"; }));
 }
@@ -778,8 +774,8 @@ TEST_F(CertificationRoadTest, AfterItsEndTheDetectorGoesOnAlone) {
     mTest.clear();
     mFindings->take();
     mDetector->start();
-    ASSERT_TRUE(mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"},
-                             kCertificationLimit));
+    ASSERT_TRUE(
+        mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, kCertificationLimit));
     mBed.plug("1-1", deviceOfClass(31));
     ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
     EXPECT_THAT(mFindings->take(), IsEmpty());

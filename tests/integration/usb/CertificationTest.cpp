@@ -324,7 +324,7 @@ TEST_F(CertificationTest, ReadsTheChargingModes) {
 TEST_F(CertificationTest, SwitchesThePortsChargingWithItsPowerOff) {
     build("O");
     const std::vector<std::tuple<int, int, std::string, std::string>> switches = {
-        {0, 0, "C", "0"},   {0, 1, "D", "256"}, {0, 2, "S", "512"}, {1, 0, "C", "1"},
+        {0, 0, "C", "0"},   {0, 1, "D", "256"}, {0, 2, "S", "512"},  {1, 0, "C", "1"},
         {2, 1, "D", "258"}, {2, 2, "S", "514"}, {1, 7, "C", "1793"}, {1, -1, "C", "-255"},
     };
     for (const auto& [port, mode, letter, value] : switches) {
@@ -444,11 +444,10 @@ TEST_F(CertificationTest, LogsUndefinedCodes) {
         EXPECT_EQ(0, mTest->postTestMessage(code));
     }
     fence();
-    EXPECT_THAT(
-        mLog.take(kTag),
-        ElementsAre(warning("not defined usb test mode=[9]\n"), warning("not defined usb test mode=[10]\n"),
-                    warning("not defined usb test mode=[1000]\n"),
-                    warning("not defined usb test mode=[-1]\n")));
+    EXPECT_THAT(mLog.take(kTag), ElementsAre(warning("not defined usb test mode=[9]\n"),
+                                             warning("not defined usb test mode=[10]\n"),
+                                             warning("not defined usb test mode=[1000]\n"),
+                                             warning("not defined usb test mode=[-1]\n")));
     EXPECT_EQ(4U, UnitAttributes::writes().size());
 }
 
@@ -674,8 +673,9 @@ TEST_F(CertificationTest, TheLogoTestSwitchesRolesAHundredThousandTimes) {
     ASSERT_EQ(100000U, findings.size());
     for (size_t pass = 0; pass < findings.size(); ++pass) {
         const bool isHost = pass % 2 == 1;
-        ASSERT_EQ(std::string("/sys/devices/platform/ehci-platform.3/usb_role_switch=") + (isHost ? "1" : "0"),
-                  writes[pass + 3]);
+        ASSERT_EQ(
+            std::string("/sys/devices/platform/ehci-platform.3/usb_role_switch=") + (isHost ? "1" : "0"),
+            writes[pass + 3]);
         ASSERT_EQ(std::make_pair(isHost ? 6 : 5, 300), findings[pass]);
     }
     EXPECT_EQ(100000U, mWait->asked().size());
@@ -739,9 +739,8 @@ class UnitEnvironment : public ::testing::Environment {
         ASSERT_EQ("", enterPrivateNamespaces()) << "(root is needed)";
         ASSERT_EQ("", coverUnitFolders()) << "(root is needed)";
         fs::create_directories("/mnt/bin");
-        std::ofstream("/mnt/bin/usb_uphy")
-            << "#!/bin/sh\necho \"$*:$(cat " << kChargingSwitch << " 2>/dev/null)\" >> " << kToolCalls
-            << "\n";
+        std::ofstream("/mnt/bin/usb_uphy") << "#!/bin/sh\necho \"$*:$(cat " << kChargingSwitch
+                                           << " 2>/dev/null)\" >> " << kToolCalls << "\n";
         ASSERT_EQ(0, chmod("/mnt/bin/usb_uphy", 0755));
         ASSERT_EQ(0, setenv("PATH", (std::string("/mnt/bin:") + getenv("PATH")).c_str(), 1));
         ASSERT_EQ(0, setenv("VX_VENDOR_DATA_DIR", kVendorFolder, 1));
