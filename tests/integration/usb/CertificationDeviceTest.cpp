@@ -124,9 +124,7 @@ LogCapture::Predicate isStatusLine(const std::string& text) {
 
 class CertificationDeviceTest : public ::testing::Test {
   protected:
-    CertificationDeviceTest() : mAttributes(getenv("UMOCKDEV_DIR")) {
-        mAttributes.layAll();
-    }
+    CertificationDeviceTest() : mAttributes(getenv("UMOCKDEV_DIR")) { mAttributes.layAll(); }
 
     ~CertificationDeviceTest() override {
         sConfigResult = 0;
@@ -241,8 +239,7 @@ TEST_F(CertificationDeviceTest, TestDevicesStartTheLogoTestOnce) {
         build(usb::kModeTestDevices);
         EXPECT_THAT(findings(device(kTestVendor, static_cast<uint16_t>(product))), IsEmpty());
         if (starts) {
-            EXPECT_THAT(UnitAttributes::writes(),
-                        ElementsAre("bc_polling_enable=0", "usb_logo_test_start=1"))
+            EXPECT_THAT(UnitAttributes::writes(), ElementsAre("bc_polling_enable=0", "usb_logo_test_start=1"))
                 << product;
             UnitAttributes::forget();
             EXPECT_THAT(findings(device(kTestVendor, 258)), IsEmpty());
@@ -269,25 +266,26 @@ TEST_F(CertificationDeviceTest, TheLogoModeTakesOneTestDevice) {
     }
 }
 
-TEST_F(CertificationDeviceTest, TheLogoTestSwitchesRolesAHundredThousandTimes) {
+TEST_F(CertificationDeviceTest, TheLogoTestSwitchesRolesOnTheDevicesBus) {
     mBed.addBus(2);
     mBed.plug("2-1", device(kTestVendor, 260));
     build(usb::kModeLogo);
-    mWait->setLength(0);
     mWait->start();
+    mWait->onWait([this] {
+        if (mWait->asked().size() == 3) {
+            mWait->stop();
+        }
+    });
     EXPECT_EQ(0, act("attach", "2-1"));
-    const std::vector<std::string> writes = UnitAttributes::fullWrites();
-    ASSERT_EQ(100003U, writes.size());
-    const std::vector<Finding> findings = mFindings->take();
-    ASSERT_EQ(100000U, findings.size());
-    for (size_t pass = 0; pass < findings.size(); ++pass) {
-        const bool isHost = pass % 2 == 1;
-        ASSERT_EQ(std::string("/sys/devices/platform/ehci-platform.2/usb_role_switch=") + (isHost ? "1" : "0"),
-                  writes[pass + 3]);
-        ASSERT_EQ(Finding(isHost ? 6 : 5, 300), findings[pass]);
-    }
-    EXPECT_EQ(100000U, mWait->asked().size());
-    EXPECT_THAT(mWait->asked(), Each(300));
+    const std::string roleSwitch = "/sys/devices/platform/ehci-platform.2/usb_role_switch=";
+    EXPECT_THAT(UnitAttributes::fullWrites(),
+                ElementsAre("/sys/module/vxqa4410_bc/parameters/bc_polling_enable=0",
+                            "/sys/module/usbcore/parameters/usb_logo_test_start=1",
+                            "/sys/devices/platform/vx4410-udc.1/full_spd=i", roleSwitch + "0",
+                            roleSwitch + "1", roleSwitch + "0", roleSwitch + "1"));
+    EXPECT_THAT(mFindings->take(),
+                ElementsAre(Finding(5, 300), Finding(6, 300), Finding(5, 300), Finding(6, 300)));
+    EXPECT_THAT(mWait->asked(), ElementsAre(300, 300, 300, 300));
 }
 
 TEST_F(CertificationDeviceTest, AStopEndsTheLogoTest) {
@@ -330,12 +328,12 @@ TEST_F(CertificationDeviceTest, OneUnitLoadIsAlwaysThere) {
 TEST_F(CertificationDeviceTest, MoreThanAUnitLoadNeedsASupplyAbove) {
     build(usb::kModeTestDevices);
     const std::vector<std::pair<std::string, bool>> hubs = {
-        {std::string("\1\0", 2), true},    // a supply of its own
-        {std::string("\1\1", 2), true},    // the second byte says nothing
-        {std::string("\0\0", 2), false},   // fed by the bus
-        {std::string("\3\0", 2), false},   // may wake the host: not the answer of a plain supply
-        {std::string("\1", 1), true},      // short
-        {std::string(), false},            // nothing at all
+        {std::string("\1\0", 2), true},   // a supply of its own
+        {std::string("\1\1", 2), true},   // the second byte says nothing
+        {std::string("\0\0", 2), false},  // fed by the bus
+        {std::string("\3\0", 2), false},  // may wake the host: not the answer of a plain supply
+        {std::string("\1", 1), true},     // short
+        {std::string(), false},           // nothing at all
     };
     for (const auto& [status, supplied] : hubs) {
         mBed.plug("1-1", UsbDeviceSpec::hub(), statusOf(status));
@@ -402,6 +400,8 @@ TEST_F(CertificationDeviceTest, AHubThatCannotBeOpenedFeedsNothing) {
     EXPECT_THAT(findings("1-1.1"), ElementsAre(Finding(3, 3)));
     EXPECT_EQ(1U, mLog.count(isStatusLine("] open libusb device failed\n")));
     EXPECT_THAT(mBed.requests("1-1"), IsEmpty());
+    // libusb 1.0.26 cannot end a context that lists a device behind a hub which it gave up.
+    mBed.unplug("1-1");
 }
 
 TEST_F(CertificationDeviceTest, SomeDevicesMayAskForAnyPower) {
@@ -584,7 +584,10 @@ TEST_F(CertificationDeviceTest, GoesOnWithoutAListOfDevices) {
     sListResult = LIBUSB_ERROR_NO_MEM;
     EXPECT_THAT(findings("1-1.2"), IsEmpty());
     EXPECT_THAT(findings("1-1.1"), ElementsAre(Finding(3, 3)));
-    EXPECT_EQ(1U, mLog.count(isStatusLine("] open libusb device failed\n")));
+    EXPECT_EQ(2U, mLog.count([](const LogLine& line) {
+        return line.tag == "UsbTID" &&
+               line.text.find("libusb_get_device_list() failed: LIBUSB_ERROR_NO_MEM\n") != std::string::npos;
+    }));
 }
 
 TEST_F(CertificationDeviceTest, RefusesUnknownActions) {
@@ -642,8 +645,8 @@ class CertificationRoadTest : public CertificationDeviceTest {
         mTest->start();
         mDetector->start();
         // The first scan comes after the registration for events.
-        ASSERT_TRUE(mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"},
-                                 kCertificationLimit));
+        ASSERT_TRUE(
+            mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, kCertificationLimit));
         mLog.take();
     }
 
@@ -730,8 +733,7 @@ TEST_F(CertificationRoadTest, AFindingWithoutANotifierIsNoFailure) {
     start("T");
     mTest->setNotifier(nullptr);
     mBed.plug("1-1", deviceOfClass(31));
-    // Checks are made in order of arrival: this one's finding comes after the other's.
-    mTest->setNotifier(nullptr);
+    // The detector takes a device up after the checks.
     ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
     EXPECT_EQ(0U, mLog.count([](const LogLine& line) { return line.tag == "UsbTest"; }));
 }
@@ -772,8 +774,8 @@ TEST_F(CertificationRoadTest, AfterItsEndTheDetectorGoesOnAlone) {
     mTest.clear();
     mFindings->take();
     mDetector->start();
-    ASSERT_TRUE(mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"},
-                             kCertificationLimit));
+    ASSERT_TRUE(
+        mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, kCertificationLimit));
     mBed.plug("1-1", deviceOfClass(31));
     ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
     EXPECT_THAT(mFindings->take(), IsEmpty());

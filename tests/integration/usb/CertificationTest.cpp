@@ -8,6 +8,7 @@
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <libusb-1.0/libusb.h>
 #include <sys/stat.h>
 #include <vx_vendor_data.h>
 
@@ -25,6 +26,7 @@
 #include "tests/support/PrivateNamespaces.h"
 #include "tests/unit/common/ThreadProbe.h"
 #include "tests/unit/support/LogCapture.h"
+#include "usb/UsbTID.h"
 
 using android::sp;
 using android::wp;
@@ -90,6 +92,33 @@ std::vector<std::string> linesOf(const char* file) {
     }
     return lines;
 }
+
+/** Stands in for a device where the checker needs no more than its descriptor and bus. */
+libusb_device* standIn() {
+    static char sPlace;
+    return reinterpret_cast<libusb_device*>(&sPlace);
+}
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTBEGIN(readability-identifier-naming): the linker's names
+int __wrap_libusb_get_device_descriptor(libusb_device* /*device*/, libusb_device_descriptor* descriptor) {
+    *descriptor = {};
+    descriptor->idVendor = 6666;
+    descriptor->idProduct = 260;
+    return 0;
+}
+
+uint8_t __wrap_libusb_get_bus_number(libusb_device* /*device*/) {
+    return 3;
+}
+// NOLINTEND(readability-identifier-naming)
+
+}  // extern "C"
+
+namespace {
 
 class CertificationTest : public ::testing::Test {
   protected:
@@ -295,7 +324,7 @@ TEST_F(CertificationTest, ReadsTheChargingModes) {
 TEST_F(CertificationTest, SwitchesThePortsChargingWithItsPowerOff) {
     build("O");
     const std::vector<std::tuple<int, int, std::string, std::string>> switches = {
-        {0, 0, "C", "0"},   {0, 1, "D", "256"}, {0, 2, "S", "512"}, {1, 0, "C", "1"},
+        {0, 0, "C", "0"},   {0, 1, "D", "256"}, {0, 2, "S", "512"},  {1, 0, "C", "1"},
         {2, 1, "D", "258"}, {2, 2, "S", "514"}, {1, 7, "C", "1793"}, {1, -1, "C", "-255"},
     };
     for (const auto& [port, mode, letter, value] : switches) {
@@ -415,11 +444,10 @@ TEST_F(CertificationTest, LogsUndefinedCodes) {
         EXPECT_EQ(0, mTest->postTestMessage(code));
     }
     fence();
-    EXPECT_THAT(
-        mLog.take(kTag),
-        ElementsAre(warning("not defined usb test mode=[9]\n"), warning("not defined usb test mode=[10]\n"),
-                    warning("not defined usb test mode=[1000]\n"),
-                    warning("not defined usb test mode=[-1]\n")));
+    EXPECT_THAT(mLog.take(kTag), ElementsAre(warning("not defined usb test mode=[9]\n"),
+                                             warning("not defined usb test mode=[10]\n"),
+                                             warning("not defined usb test mode=[1000]\n"),
+                                             warning("not defined usb test mode=[-1]\n")));
     EXPECT_EQ(4U, UnitAttributes::writes().size());
 }
 
@@ -632,6 +660,28 @@ TEST_F(CertificationTest, WhatEndedItsWaitsWaitsAgainAfterAStart) {
     EXPECT_TRUE(UnitAttributes::waitForWrites(4));
 }
 
+TEST_F(CertificationTest, TheLogoTestSwitchesRolesAHundredThousandTimes) {
+    mWait->setLength(0);
+    mWait->start();
+    const sp<usb::UsbTID> checker = new usb::UsbTID(mFindings, usb::kModeLogo, mWait);
+    UnitAttributes::forget();
+    libusb_context* const none = nullptr;
+    EXPECT_EQ(0, checker->doAction("attach", none, standIn()));
+    const std::vector<std::string> writes = UnitAttributes::fullWrites();
+    const std::vector<FindingRecorder::Finding> findings = mFindings->take();
+    ASSERT_EQ(100003U, writes.size());
+    ASSERT_EQ(100000U, findings.size());
+    for (size_t pass = 0; pass < findings.size(); ++pass) {
+        const bool isHost = pass % 2 == 1;
+        ASSERT_EQ(
+            std::string("/sys/devices/platform/ehci-platform.3/usb_role_switch=") + (isHost ? "1" : "0"),
+            writes[pass + 3]);
+        ASSERT_EQ(std::make_pair(isHost ? 6 : 5, 300), findings[pass]);
+    }
+    EXPECT_EQ(100000U, mWait->asked().size());
+    EXPECT_THAT(mWait->asked(), Each(300.0));
+}
+
 TEST_F(CertificationTest, TheEndDropsEverything) {
     buildAndStart("T");
     const wp<FindingRecorder> findings = mFindings;
@@ -689,9 +739,8 @@ class UnitEnvironment : public ::testing::Environment {
         ASSERT_EQ("", enterPrivateNamespaces()) << "(root is needed)";
         ASSERT_EQ("", coverUnitFolders()) << "(root is needed)";
         fs::create_directories("/mnt/bin");
-        std::ofstream("/mnt/bin/usb_uphy")
-            << "#!/bin/sh\necho \"$*:$(cat " << kChargingSwitch << " 2>/dev/null)\" >> " << kToolCalls
-            << "\n";
+        std::ofstream("/mnt/bin/usb_uphy") << "#!/bin/sh\necho \"$*:$(cat " << kChargingSwitch
+                                           << " 2>/dev/null)\" >> " << kToolCalls << "\n";
         ASSERT_EQ(0, chmod("/mnt/bin/usb_uphy", 0755));
         ASSERT_EQ(0, setenv("PATH", (std::string("/mnt/bin:") + getenv("PATH")).c_str(), 1));
         ASSERT_EQ(0, setenv("VX_VENDOR_DATA_DIR", kVendorFolder, 1));

@@ -10,8 +10,9 @@
 #include <gtest/gtest.h>
 #include <vx_vendor_data.h>
 
+#include <atomic>
 #include <cstdlib>
-#include <filesystem>
+#include <thread>
 
 #include "common/Uevent.h"
 #include "tests/integration/usb_manager/AttributeBed.h"
@@ -363,6 +364,27 @@ TEST_F(UsbManagerImplTest, CompanionsSurviveTheManager) {
     EXPECT_EQ(0, test->onEvent(1, 3));
     EXPECT_EQ(0, uevents->onUevent(new Uevent()));
     EXPECT_THAT(mEvents->calls(), IsEmpty());
+}
+
+// A uevent in the middle of the construction took the first reference, and the last one with it.
+TEST_F(UsbManagerImplTest, MayBeMadeWhileUeventsCome) {
+    std::atomic<bool> stop = false;
+    std::thread storm([&] {
+        UeventInjector injector;
+        EXPECT_EQ(0, injector.open());
+        while (!stop) {
+            EXPECT_EQ(0, injector.send("add", "/devices/x", "block"));
+        }
+    });
+    std::vector<sp<Manager>> managers;
+    for (int i = 0; i < 5; ++i) {
+        managers.push_back(new Manager(mUevents));
+        EXPECT_EQ(79, managers.back()->getCertificationMode());
+    }
+    stop = true;
+    storm.join();
+    fence();
+    mUevents->stop();
 }
 
 TEST_F(UsbManagerImplTest, GoesEvenWhenItIsStarted) {
