@@ -45,7 +45,8 @@ constexpr const char* kLoadDrivers[] = {
 }  // namespace
 
 UsbManagerImpl::UsbManagerImpl(const sp<UeventObserver>& observer)
-    : mMessageQueue(new MessageQueue(new UsbManagerMessageHandler(), kQueueTimeoutMillis, "UsbManagerQueue")),
+    : mMessageQueue(
+          new MessageQueue(new UsbManagerMessageHandler(this), kQueueTimeoutMillis, "UsbManagerQueue")),
       mDetector(new UsbDetector()),
       mUsbTest(new UsbTest(mDetector)),
       mUeventObserver(observer),

@@ -352,7 +352,8 @@ TEST_F(UsbManagerImplTest, CompanionsSurviveTheManager) {
     const sp<usb::UsbManagerClassPerInterfaceHandler> handler =
         new usb::UsbManagerClassPerInterfaceHandler(manager);
     const sp<usb::UsbManagerTestNotifier> test = new usb::UsbManagerTestNotifier(manager);
-    const sp<usb::UsbUeventObserverNotifier> uevents = new usb::UsbUeventObserverNotifier(manager);
+    const sp<usb::UsbUeventObserverNotifier> uevents = new usb::UsbUeventObserverNotifier(mManager.get());
+    uevents->detach();
     mUevents->stop();
     mManager.clear();
     EXPECT_EQ(nullptr, manager.promote());
@@ -512,7 +513,7 @@ TEST_F(UsbManagerImplDeathTest, CompanionsNeedAManager) {
     EXPECT_DEATH(new usb::UsbManagerDetectorNotifier(none), message);
     EXPECT_DEATH(new usb::UsbManagerClassPerInterfaceHandler(none), message);
     EXPECT_DEATH(new usb::UsbManagerTestNotifier(none), message);
-    EXPECT_DEATH(new usb::UsbUeventObserverNotifier(none), message);
+    EXPECT_DEATH(new usb::UsbUeventObserverNotifier(nullptr), message);
     EXPECT_DEATH(new usb::UsbManagerMessageHandler(none), message);
 }
 
