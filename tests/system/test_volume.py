@@ -652,7 +652,7 @@ class Managers(VolumeTestCase):
         self.assertEqual(1, len(self.changes()))
         self.assert_lists_equal()
 
-    def test_query_past_the_end_is_the_placeholder(self) -> None:
+    def test_dump_in_both_forms(self) -> None:
         self.assertEqual([], self.volumes())
         self.assertEqual("-[volume.VolumeManager]-\ndump volume sample\n",
                          self.services.devicectl("dump", "VolumeManager", check=True).text)
