@@ -14,9 +14,9 @@
 #include "common/ObserverNode.h"
 
 /**
- * The thread "ObserverThread": waits on one inotify descriptor and calls the notifiers of the directories that
- * were known when it was made. Watching begins with the construction: what happens before the thread runs
- * waits in the descriptor.
+ * The thread "ObserverThread": waits on one inotify descriptor and calls the notifiers of the directories
+ * that were known when it was made. Watching begins with the construction: what happens before the thread
+ * runs waits in the descriptor.
  */
 class ObserverThread : virtual public android::Thread {
   public:
