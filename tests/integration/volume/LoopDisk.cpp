@@ -156,6 +156,10 @@ dev_t LoopDisk::number() const {
     return numberOf(name());
 }
 
+dev_t LoopDisk::partitionNumber(int partition) const {
+    return numberOf(name() + "p" + std::to_string(partition));
+}
+
 void LoopDisk::addPartition(int partition, uint64_t startMebibytes, uint64_t mebibytes) {
     blkpg_partition data = {};
     data.start = static_cast<long long>(startMebibytes * kMebibyte);
@@ -164,7 +168,7 @@ void LoopDisk::addPartition(int partition, uint64_t startMebibytes, uint64_t meb
     blkpg_ioctl_arg argument = {BLKPG_ADD_PARTITION, 0, sizeof(data), &data};
     ASSERT_EQ(0, ioctl(mFd, BLKPG, &argument)) << strerror(errno);
     mPartitions.push_back(partition);
-    ASSERT_EQ(partitionNumber(partition), numberOf(name() + "p" + std::to_string(partition)));
+    ASSERT_NE(0U, partitionNumber(partition));
 }
 
 void LoopDisk::removePartition(int partition) {

@@ -50,8 +50,8 @@ class LoopDisk {
     std::string name() const { return "loop" + std::to_string(mIndex); }
     /** The disk's device number; 0 for none. */
     dev_t number() const;
-    /** That of a partition, there or not. */
-    dev_t partitionNumber(int partition) const { return number() + static_cast<dev_t>(partition); }
+    /** That of a partition; 0 for none. */
+    dev_t partitionNumber(int partition) const;
 
     /** Makes the kernel know a partition, of MiB. */
     void addPartition(int partition, uint64_t startMebibytes, uint64_t mebibytes);

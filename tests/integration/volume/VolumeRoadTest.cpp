@@ -107,7 +107,10 @@ TEST_F(VolumeRoadTest, EveryLineOfAVolumesWay) {
     plugExt4("sda");
     ASSERT_TRUE(waitForLine(ANDROID_LOG_INFO, "----dump volume end----"));
     std::vector<LogLine> lines = mLog.take();
-    const auto isValue = [](const LogLine& line) { return line.text.rfind("Partition : name[", 0) == 0; };
+    // What libblkid finds beyond these, and the test's own nodes, differ from machine to machine.
+    const auto isValue = [](const LogLine& line) {
+        return line.text.rfind("Partition : name[", 0) == 0 || line.text.rfind("[/dev/loop", 0) == 0;
+    };
     EXPECT_NE(lines.end(),
               std::find(lines.begin(), lines.end(), info("Partition : name[LABEL]: value[MUSIC]")));
     EXPECT_NE(lines.end(),
@@ -261,25 +264,19 @@ TEST_F(VolumeRoadTest, AFileSystemThatClaimsMoreThanTheDisk) {
 
 // The kernel shows a node about a millisecond before its disk can be opened: good sticks became placeholders.
 TEST_F(VolumeRoadTest, WaitsForADiskThatIsNotReadyWithoutHoldingTheLists) {
-    const std::string image = mFolder / "late";
-    makeImage(image, 12);
-    makeExt4(image, "LATE", kUuid, 8, 1 << 20);
-    LoopDisk disk(image);
+    makeExt4(mFolder / "late", "LATE", kUuid);
+    LoopDisk disk(mFolder / "late");
     plugExt4("sda");
     ASSERT_TRUE(mRecorder->waitFor(1));
 
-    Gate answered;
-    std::thread kernel([&] {
-        // Not before a query was answered while the node answers ENXIO.
-        EXPECT_TRUE(answered.wait());
-        disk.addPartition(1, 1, 8);
-    });
-    plug("sdb1", disk.partitionNumber(1));
+    plug("late", disk.number());
+    plug("sdb1", kNoDisk);
     ASSERT_TRUE(waitForLine(ANDROID_LOG_INFO, "device add path[/dev/sdb1] name[sdb1]"));
+    // Answered while the node answers ENXIO.
     EXPECT_EQ(1, mManager->getVolumeCount());
     EXPECT_EQ(String8("sda"), mManager->queryVolume(0)->getName());
-    answered.open();
-    kernel.join();
+    // In place: the observer of /dev hears of neither name.
+    ASSERT_EQ(0, rename("/dev/late", "/dev/sdb1"));
     expectCalls({added("sda"), added("sdb1")});
     EXPECT_EQ(0U, mLog.count([](const LogLine& line) { return line.priority == ANDROID_LOG_ERROR; }));
     unplug("sda");

@@ -204,6 +204,7 @@ TEST_F(VolumeUeventTest, APlaceholderThatComesOnlineAsADiskGoes) {
     ASSERT_EQ(0, rename("/dev/other", "/dev/sda"));
     inject("online", {"DEVNAME=sda"});
     expectCalls({"added sda unknown unknown", "removed sda"});
+    ASSERT_TRUE(waitForLine(ANDROID_LOG_INFO, "notify mbr volume attach\n"));
     unplug("sda");
     EXPECT_TRUE(waitForLine(ANDROID_LOG_INFO, "notify mbr volume dettach\n"));
 }
