@@ -13,10 +13,8 @@ from typing import NoReturn, TypeVar
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 PRODUCT = ("common", "device", "usb", "volume", "platform", "tools")
-# Folders that hold headers under their own names, as a unit's would be.
-PLATFORM_INCLUDES = tuple(ROOT / "platform" / name / "include" for name in ("binder", "store", "vendordata"))
-INCLUDES = ("-I", str(ROOT), *(option for folder in PLATFORM_INCLUDES for option in ("-I", str(folder))),
-            "-isystem", "/usr/include/android",
+INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in sorted(ROOT.glob("platform/*/include"))),
+            "-isystem", "/usr/include/android", "-isystem", "/usr/include/libxml2",
             "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
 
 T = TypeVar("T")
