@@ -14,6 +14,8 @@
 #include "device/BnDeviceManager.h"
 #include "device/DeviceManagerImpl.h"
 #include "device/DeviceObserver.h"
+#include "volume/BnVolumeManager.h"
+#include "volume/VolumeManagerImpl.h"
 
 using android::defaultServiceManager;
 using android::IPCThreadState;
@@ -32,12 +34,16 @@ int main() {
     const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
     const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
 
+    const sp<volume::VolumeManagerImpl> volumeManager = new volume::VolumeManagerImpl(ueventObserver);
+    const sp<volume::BnVolumeManager> volumeService = new volume::BnVolumeManager(volumeManager);
+
     const String8 problem = serviceManagerProblem();
     if (!problem.isEmpty()) {
         fprintf(stderr, "device-service: %s\n", problem.string());
         return EX_UNAVAILABLE;
     }
     defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
+    defaultServiceManager()->addService(String16(volume::IVolumeManager::kServiceName), volumeService, false);
 
     ALOGE("device service is starting.....");
 

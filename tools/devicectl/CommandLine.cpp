@@ -65,14 +65,20 @@ constexpr Help kAncestorsHelp{
 constexpr Help kControllerHelp{"Show the path of a controller of the unit",
                                "Exit status 1 if it is not known; the daemon then logs an error. Changes "
                                "nothing else."};
-constexpr Help kMonitorHelp{"Show devices as they come and go, until SIGINT or SIGTERM",
-                            "Registers one client with the daemon and removes it at the end. When the daemon "
-                            "dies, says so, waits for\n"
-                            "its return and registers again.\n"
-                            "Events are taken at once, whatever becomes of the output: a reader that stands "
-                            "still costs memory of this\n"
-                            "program (about 1 KiB an event) and never holds up the daemon. A reader that "
-                            "goes away ends the monitor."};
+constexpr Help kVolumesHelp{
+    "List the volumes: partitions and disks that the daemon found, and where they are mounted",
+    "In ascending order of the device names; an empty list is an answer (exit status 0). A volume that "
+    "could\n"
+    "not be read, or is not mounted, shows - where nothing is known. Changes nothing."};
+constexpr Help kMonitorHelp{
+    "Show devices and volumes as they come and go, until SIGINT or SIGTERM",
+    "Registers one client with each service of the daemon and removes it at the end. When the daemon "
+    "dies, says so, waits for\n"
+    "its return and registers again.\n"
+    "Events are taken at once, whatever becomes of the output: a reader that stands "
+    "still costs memory of this\n"
+    "program (about 1 KiB an event) and never holds up the daemon. A reader that "
+    "goes away ends the monitor."};
 constexpr Help kDumpHelp{
     "Show what a service tells of its state",
     "The device service tells its devices without arguments, its registered clients with the argument "
@@ -155,6 +161,7 @@ class Definition {
         mApp.footer(kExitCodes);
         addManagerCommands();
         addDeviceCommands();
+        add(mApp, "volumes", kVolumesHelp, Options::Command::kVolumes);
         addMonitor();
         addServiceCommands();
     }

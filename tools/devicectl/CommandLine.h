@@ -19,6 +19,7 @@ struct Options {
         kDeviceGet,
         kDeviceAncestors,
         kDeviceController,
+        kVolumes,
         kMonitor,
         kDump,
         kServices,

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "device/IDeviceManager.h"
+#include "volume/IVolumeManager.h"
 
 namespace devicectl {
 
@@ -23,6 +24,7 @@ constexpr Manager managerOf(const char* name) {
 
 /** In starting order. The device manager turns the kernel's events on, for which the others must be ready. */
 constexpr std::array kManagers{
+    managerOf<volume::IVolumeManager>("volume"),
     managerOf<device::IDeviceManager>("device"),
 };
 

@@ -16,6 +16,7 @@ using android::sp;
 using android::String8;
 using android::Vector;
 using device::DeviceItf;
+using volume::VolumeItf;
 using Json = nlohmann::ordered_json;
 
 namespace {
@@ -76,6 +77,78 @@ std::string propertyLines(const DeviceItf& device) {
     return text;
 }
 
+/** One attribute of a volume: how it is called and how it is asked for. */
+struct VolumeField {
+    const char* key;      ///< in JSON
+    const char* heading;  ///< of the table's column
+    const String8& (VolumeItf::*get)() const;
+};
+
+constexpr std::array kVolumeFields{
+    VolumeField{"name", "NAME", &VolumeItf::getName},
+    VolumeField{"label", "LABEL", &VolumeItf::getLabel},
+    VolumeField{"format", "FORMAT", &VolumeItf::getFormat},
+    VolumeField{"identity", "IDENTITY", &VolumeItf::getUuid},
+    VolumeField{"mount_path", "MOUNT PATH", &VolumeItf::getMountPath},
+    VolumeField{"access_path", "ACCESS PATH", &VolumeItf::getAccessPath},
+    VolumeField{"device", "DEVICE", &VolumeItf::getDevicePath},
+    VolumeField{"disk", "DISK", &VolumeItf::getMbrPath},
+};
+
+Json volumeJson(const VolumeItf& volume) {
+    Json json = Json::object();
+    for (const VolumeField& field : kVolumeFields) {
+        json[field.key] = toString((volume.*field.get)());
+    }
+    return json;
+}
+
+/** For readers; a dash for what is empty or what the daemon does not know. */
+std::string volumeText(const String8& text) {
+    return text.isEmpty() || text == "unknown" ? "-" : escapeLine(toString(text));
+}
+
+/** As the columns of a device; what comes from the medium stands last. */
+std::string volumeColumns(const VolumeItf& volume) {
+    return padded("volume", 19) + " " + padded(volumeText(volume.getName()), 15) + " " +
+           padded(volumeText(volume.getAccessPath()), 15) + " " + volumeText(volume.getFormat()) + " " +
+           volumeText(volume.getUuid()) + " " + volumeText(volume.getLabel());
+}
+
+std::string volumeLines(const VolumeItf& volume) {
+    std::string text;
+    for (const VolumeField& field : kVolumeFields) {
+        text += "    " + std::string(field.key) + "=" + escapeLine(toString((volume.*field.get)())) + "\n";
+    }
+    return text;
+}
+
+/** Characters, as far as one code point is one: the bytes of UTF-8 that begin one. */
+size_t widthOf(const std::string& text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    }));
+}
+
+/** Rows in columns as wide as their widest text; the last column is not filled up. */
+std::string tableText(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<size_t> widths;
+    for (const std::vector<std::string>& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], widthOf(row[i]));
+        }
+    }
+    std::string text;
+    for (const std::vector<std::string>& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            const bool last = i + 1 == row.size();
+            text += row[i] + (last ? "\n" : std::string(widths[i] - widthOf(row[i]) + 2, ' '));
+        }
+    }
+    return text;
+}
+
 const char* lifeText(ServiceState::Life life) {
     switch (life) {
         case ServiceState::Life::kAlive:
@@ -116,8 +189,15 @@ std::string eventJson(const Event& event) {
             json["time"] = unixSeconds(event.time);
             json.update(deviceJson(*event.device));
             break;
+        case Event::Kind::kVolumeAdded:
+        case Event::Kind::kVolumeRemoved:
+            json["event"] = event.kind == Event::Kind::kVolumeAdded ? "volume-added" : "volume-removed";
+            json["time"] = unixSeconds(event.time);
+            json.update(volumeJson(*event.volume));
+            break;
         case Event::Kind::kDeviceEvent:
-            json["event"] = "device-event";
+        case Event::Kind::kVolumeEvent:
+            json["event"] = event.kind == Event::Kind::kDeviceEvent ? "device-event" : "volume-event";
             json["time"] = unixSeconds(event.time);
             json["code"] = event.code;
             json["value"] = event.value;
@@ -143,6 +223,14 @@ std::string eventHuman(const Event& event, bool properties) {
             return head + "removed  " + deviceColumns(*event.device) + "\n";
         case Event::Kind::kDeviceEvent:
             return head + "event    code " + std::to_string(event.code) + ", value " +
+                   std::to_string(event.value) + "\n";
+        case Event::Kind::kVolumeAdded:
+            return head + "added    " + volumeColumns(*event.volume) + "\n" +
+                   (properties ? volumeLines(*event.volume) : "");
+        case Event::Kind::kVolumeRemoved:
+            return head + "removed  " + volumeColumns(*event.volume) + "\n";
+        case Event::Kind::kVolumeEvent:
+            return head + "event    volume code " + std::to_string(event.code) + ", value " +
                    std::to_string(event.value) + "\n";
         case Event::Kind::kServiceUp:
             return head + "service  " + event.service + " reports to this monitor\n";
@@ -196,6 +284,27 @@ std::string renderDevices(Format format, const Vector<sp<DeviceItf>>& devices) {
         text += deviceColumns(*device) + "\n";
     }
     return text;
+}
+
+std::string renderVolumes(Format format, const Vector<sp<VolumeItf>>& volumes) {
+    if (format == Format::kJson) {
+        Json list = Json::array();
+        for (const sp<VolumeItf>& volume : volumes) {
+            list.push_back(volumeJson(*volume));
+        }
+        return jsonLine({{"volumes", list}});
+    }
+    std::vector<std::vector<std::string>> rows(1);
+    for (const VolumeField& field : kVolumeFields) {
+        rows.front().emplace_back(field.heading);
+    }
+    for (const sp<VolumeItf>& volume : volumes) {
+        std::vector<std::string>& row = rows.emplace_back();
+        for (const VolumeField& field : kVolumeFields) {
+            row.push_back(volumeText(((*volume).*field.get)()));
+        }
+    }
+    return tableText(rows);
 }
 
 std::string renderController(Format format, int type, int id, std::string_view path) {
