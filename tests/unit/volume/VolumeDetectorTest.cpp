@@ -237,7 +237,7 @@ TEST(VolumeProbeTest, LogsWhatCannotBeOpened) {
 TEST(VolumeProbeTest, TwoFileSystemsAtOnceAreAFailure) {
     const Image image;
     image.makeBtrfs("ONE");
-    image.write(0, std::string("LUKS\xba\xbe\0\x01", 8));
+    image.write(0, "-rom1fs-");
     LogCapture log;
     BlockProbe probe;
     EXPECT_EQ(-1, probe.read(image.path()));
