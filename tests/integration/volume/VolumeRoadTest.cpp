@@ -197,6 +197,25 @@ TEST_F(VolumeRoadTest, ACardAndAStickAtOnce) {
     ASSERT_TRUE(mRecorder->waitFor(6));
 }
 
+TEST_F(VolumeRoadTest, ADiskIsTheFirstOneWhoseNameBeginsTheVolumes) {
+    makeImage(mFolder / "first", 4);
+    makePartitions(mFolder / "first", "label: gpt\n");
+    LoopDisk first(mFolder / "first");
+    plugGpt("sdaa");
+    expectCalls({added("sdaa1"), added("sdaa2")});
+    EXPECT_EQ(String8("/dev/sdaa"), mRecorder->volume(0)->getMbrPath());
+    plug("sda", first.number());
+    unplug("sdaa1");
+    plug("sdaa1", mDisks["sdaa"]->partitionNumber(1));
+    expectCalls({added("sdaa1"), added("sdaa2"), removed("sdaa1"), added("sdaa1")});
+    EXPECT_EQ(String8("/dev/sda"), mRecorder->volume(3)->getMbrPath());
+    unplug("sda");
+    unplug("sdaa1");
+    unplug("sdaa2");
+    unplug("sdaa");
+    ASSERT_TRUE(mRecorder->waitFor(6));
+}
+
 TEST_F(VolumeRoadTest, TwoSticksOfOneLabel) {
     plugExt4("sda", "SAME");
     plugExt4("sdb", "SAME", "6ba7b810-9dad-11d1-80b4-00c04fd430c9");
