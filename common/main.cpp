@@ -4,7 +4,9 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 #include <log/log.h>
+#include <malloc.h>
 #include <sysexits.h>
 
 #include <cstdio>
@@ -20,12 +22,22 @@
 using android::defaultServiceManager;
 using android::IPCThreadState;
 using android::ProcessState;
-using android::serviceManagerProblem;
 using android::sp;
 using android::String16;
 using android::String8;
 
+namespace {
+
+/**
+ * An allocator arena for each thread makes a process of many mostly idle threads grow for hours before it
+ * settles. Two serve the requests and the events side by side.
+ */
+constexpr int kAllocatorArenas = 2;
+
+}  // namespace
+
 int main() {
+    mallopt(M_ARENA_MAX, kAllocatorArenas);
     SignalCatcher::install();
 
     const sp<UeventObserver> ueventObserver = new UeventObserver();
@@ -37,7 +49,7 @@ int main() {
     const sp<volume::VolumeManagerImpl> volumeManager = new volume::VolumeManagerImpl(ueventObserver);
     const sp<volume::BnVolumeManager> volumeService = new volume::BnVolumeManager(volumeManager);
 
-    const String8 problem = serviceManagerProblem();
+    const String8 problem = bindercheck::serviceManagerProblem();
     if (!problem.isEmpty()) {
         fprintf(stderr, "device-service: %s\n", problem.string());
         return EX_UNAVAILABLE;

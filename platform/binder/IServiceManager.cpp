@@ -89,16 +89,4 @@ sp<IServiceManager> defaultServiceManager() {
     return sManager;
 }
 
-String8 serviceManagerProblem() {
-    const String8 problem = ProcessState::driverProblem();
-    if (!problem.isEmpty()) {
-        return problem;
-    }
-    if (ProcessState::self()->getContextObject()->pingBinder() != OK) {
-        return String8(
-            "no service manager answers: start servicemanager before the services and their clients");
-    }
-    return String8();
-}
-
 }  // namespace android

@@ -29,22 +29,9 @@ constexpr size_t kReceiveAreaSize = size_t{1024} * 1024;
 constexpr int32_t kServiceManagerHandle = 0;
 constexpr size_t kThreadNameSize = 16;
 
-constexpr const char* kLoadModule =
-    "load the kernel module binder_linux (modprobe binder_linux) or use a kernel with "
-    "CONFIG_ANDROID_BINDER_IPC";
-constexpr const char* kGrantAccess = "run as root or let this user read and write the node";
-constexpr const char* kOtherKernel = "use a kernel whose binder driver speaks protocol 8";
-constexpr const char* kForked =
-    "this process was forked from one that uses the binder driver; start the program anew (exec)";
-constexpr const char* kFreeMemory = "free address space for the receive area of 1 MiB";
-
 const char* nodePath() {
     const char* const path = secure_getenv(kNodeVariable);
     return path != nullptr && *path != '\0' ? path : kDefaultNode;
-}
-
-const char* remedyFor(int error) {
-    return error == EACCES || error == EPERM ? kGrantAccess : kLoadModule;
 }
 
 /** A thread of the pool: serves requests until the driver has no more use for it. */
@@ -74,18 +61,6 @@ sp<ProcessState> ProcessState::self() {
         return state;
     }();
     return sSelf;
-}
-
-String8 ProcessState::driverProblem() {
-    const sp<ProcessState> process = self();
-    if (process->mDriver == kLeftToParent) {
-        return String8(kForked);
-    }
-    if (process->driver() >= 0) {
-        return String8();
-    }
-    Mutex::Autolock lock(process->mDriverLock);
-    return process->mProblem;
 }
 
 sp<IBinder> ProcessState::getContextObject(const sp<IBinder>& /*caller*/) {
@@ -206,14 +181,14 @@ int ProcessState::driver() {
 int ProcessState::openLocked() {
     const int fd = open(nodePath(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {
-        return failLocked(fd, "cannot open", errno, remedyFor(errno));
+        return failLocked(fd, "cannot open", errno);
     }
     binder_version version = {};
     if (ioctl(fd, BINDER_VERSION, &version) != 0) {
-        return failLocked(fd, "no binder driver behind", errno, kLoadModule);
+        return failLocked(fd, "no binder driver behind", errno);
     }
     if (version.protocol_version != BINDER_CURRENT_PROTOCOL_VERSION) {
-        return failLocked(fd, "unknown binder protocol of", EPROTO, kOtherKernel);
+        return failLocked(fd, "unknown binder protocol of", EPROTO);
     }
     const auto maxThreads = static_cast<uint32_t>(mMaxThreads);
     ioctl(fd, BINDER_SET_MAX_THREADS, &maxThreads);
@@ -221,7 +196,7 @@ int ProcessState::openLocked() {
     // Two pages less than a power of two: the kernel guards the area on both sides. Mapped for good.
     const size_t size = kReceiveAreaSize - 2 * static_cast<size_t>(sysconf(_SC_PAGESIZE));
     if (mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, fd, 0) == MAP_FAILED) {
-        return failLocked(fd, "no receive area from", errno, errno == ENOMEM ? kFreeMemory : kLoadModule);
+        return failLocked(fd, "no receive area from", errno);
     }
     pthread_atfork(nullptr, nullptr, leaveToParent);
     return fd;
@@ -238,9 +213,12 @@ void ProcessState::leaveToParent() {
     }
 }
 
-/** Says in mProblem why there is no driver. @return -1 */
-int ProcessState::failLocked(int fd, const char* what, int error, const char* remedy) {
-    mProblem = String8::format("%s %s: %s; %s", what, nodePath(), strerror(error), remedy);
+/** Says once why there is no driver: it is looked for again with each call. @return -1 */
+int ProcessState::failLocked(int fd, const char* what, int error) {
+    if (!mFailureTold) {
+        mFailureTold = true;
+        ALOGE("%s %s: %s", what, nodePath(), strerror(error));
+    }
     if (fd >= 0) {
         close(fd);
     }

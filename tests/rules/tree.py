@@ -13,8 +13,8 @@ from typing import NoReturn, TypeVar
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 PRODUCT = ("common", "device", "usb", "volume", "platform", "tools")
-INCLUDES = ("-I", str(ROOT), "-I", str(ROOT / "platform/binder/include"), "-isystem", "/usr/include/android",
-            "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
+INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in sorted(ROOT.glob("platform/*/include"))),
+            "-isystem", "/usr/include/android", "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
 
 T = TypeVar("T")
 

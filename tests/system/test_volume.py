@@ -177,7 +177,8 @@ class VolumeTestCase(GuestTestCase):
         pid = self.daemon.pid
         text = self.shell(f"ls /proc/{pid}/fd | wc -l; cat /proc/{pid}/task/*/comm")
         count, *threads = text.splitlines()
-        return {"descriptors": int(count), "threads": sorted(name for name in threads if not name.startswith("Binder:"))}
+        own = sorted(name for name in threads if not name.startswith("Binder:"))
+        return {"descriptors": int(count), "threads": own}
 
     def assert_nothing_left(self) -> None:
         wait_until(lambda: self.heard_list() == [], "the client to have heard of every removal", LONG_LIMIT)
@@ -312,7 +313,8 @@ class Media(VolumeTestCase):
     def test_unformatted_partition_is_a_volume_without_format(self) -> None:
         self.plug("stick", fs="none")
         record = self.wait_added("sd[a-z]+1")
-        self.assertEqual((UNKNOWN, UNKNOWN, UNKNOWN), tuple(record[key] for key in ("format", "mount_path", "access_path")))
+        for key in ("format", "mount_path", "access_path"):
+            self.assertEqual(UNKNOWN, record[key], key)
         self.assertEqual(record["name"], record["device"].removeprefix("/dev/"))
         self.assertEqual({}, self.mounts())
         self.assert_lists_equal()
@@ -607,7 +609,8 @@ class Nodes(VolumeTestCase):
 
     def test_names_of_partition_entries_made_to_hurt(self) -> None:
         names = ["\x1b[31m\n\"'$(reboot)`", "\u202e\u2066\ufeffx", "\U0001f697" * 18]
-        image = self.image(size_mib=32, table="gpt", partitions=[Partition("vfat", f"P{number}") for number in range(3)])
+        parts = [Partition("vfat", f"P{number}") for number in range(3)]
+        image = self.image(size_mib=32, table="gpt", partitions=parts)
         self.rename_entries(image, names)
         self.plug("stick", image=image)
         for number, name in enumerate(names, 1):

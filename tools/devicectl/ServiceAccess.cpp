@@ -2,7 +2,7 @@
 #include "tools/devicectl/ServiceAccess.h"
 
 #include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 #include <utils/Errors.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
@@ -14,7 +14,6 @@
 namespace devicectl {
 
 using android::IBinder;
-using android::ProcessState;
 using android::sp;
 using android::String16;
 using android::String8;
@@ -40,13 +39,13 @@ std::string remedyFor(const std::string& service, const char* verb) {
 }  // namespace
 
 ExitCode ServiceAccess::checkEnvironment() const {
-    const String8 driver = ProcessState::driverProblem();
+    const String8 driver = bindercheck::driverProblem();
     if (!driver.isEmpty()) {
         reportError(driver.string());
         return kNoDriver;
     }
     const CallLimit limit(mAnswerSeconds, kServiceManager);
-    const String8 manager = android::serviceManagerProblem();
+    const String8 manager = bindercheck::serviceManagerProblem();
     if (!manager.isEmpty()) {
         reportError(manager.string());
         return kNoService;

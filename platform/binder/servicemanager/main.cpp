@@ -3,6 +3,7 @@
 
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 #include <log/log.h>
 #include <signal.h>
 #include <sysexits.h>
@@ -42,7 +43,7 @@ void endOnSignal(int /*signal*/) {
 }
 
 int serve() {
-    const String8 problem = ProcessState::driverProblem();
+    const String8 problem = bindercheck::driverProblem();
     if (!problem.isEmpty()) {
         return refuse(problem.string());
     }

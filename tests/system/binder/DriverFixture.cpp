@@ -3,6 +3,7 @@
 
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
+#include <bindercheck/BinderCheck.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -93,7 +94,7 @@ size_t descriptorsOf(pid_t pid) {
 }
 
 void DriverTest::SetUp() {
-    ASSERT_EQ("", std::string(android::serviceManagerProblem().string()));
+    ASSERT_EQ("", std::string(bindercheck::serviceManagerProblem().string()));
     start();
 }
 

@@ -3,26 +3,23 @@
  * @file
  * A child that was forked from a process that uses the driver.
  */
-#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 
 #include "tests/system/binder/DriverFixture.h"
 
 using android::IBinder;
 using android::NO_INIT;
-using android::ProcessState;
 
 namespace {
 
 using ForkTest = DriverTest;
 
 /** What the child finds; its exit status. */
-enum Finding { kNoDriver = 0, kUsable, kNoReason, kDescriptor };
+enum Finding { kNoDriver = 0, kUsable, kDescriptor };
 
 bool holdsDescriptorOf(const char* node) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -37,9 +34,6 @@ bool holdsDescriptorOf(const char* node) {
 Finding lookAround(IBinder& remote) {
     if (remote.pingBinder() != NO_INIT) {
         return kUsable;
-    }
-    if (strstr(ProcessState::driverProblem().string(), "forked") == nullptr) {
-        return kNoReason;
     }
     return holdsDescriptorOf("/dev/binder") ? kDescriptor : kNoDriver;
 }

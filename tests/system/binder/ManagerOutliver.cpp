@@ -4,6 +4,7 @@
 #include <binder/Binder.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 
 #include <chrono>
 #include <cstdio>
@@ -44,7 +45,7 @@ bool fallsShort() {
         check(defaultServiceManager()->addService(String16(kName), new BBinder()) == DEAD_OBJECT,
               "the status of a registration") &&
         check(defaultServiceManager()->listServices().isEmpty(), "services are listed") &&
-        check(!android::serviceManagerProblem().isEmpty(), "no problem is seen");
+        check(!bindercheck::serviceManagerProblem().isEmpty(), "no problem is seen");
     return right && check(std::chrono::steady_clock::now() - begin < std::chrono::seconds(3), "it waits");
 }
 
@@ -71,7 +72,8 @@ int outliveManager() {
             return 1;
         }
         tell("died");
-        if (!check(waitUntil([] { return android::serviceManagerProblem().isEmpty(); }), "no new manager") ||
+        if (!check(waitUntil([] { return bindercheck::serviceManagerProblem().isEmpty(); }),
+                   "no new manager") ||
             !check(obituary->mCount == 1, "a second notice")) {
             return 1;
         }

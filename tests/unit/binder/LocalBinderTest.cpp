@@ -9,6 +9,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
+#include <bindercheck/BinderCheck.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -126,10 +127,10 @@ TEST(LocalBinderTest, CallerIsThisProcessUnlessOneCalls) {
 TEST_F(WithoutDriver, EveryCallFailsAtOnceAndSaysWhy) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_THAT(
-        ProcessState::driverProblem().string(),
+        bindercheck::driverProblem().string(),
         HasSubstr("cannot open /nonexistent/binder: No such file or directory; load the kernel module "
                   "binder_linux (modprobe binder_linux)"));
-    EXPECT_THAT(android::serviceManagerProblem().string(), HasSubstr("cannot open"));
+    EXPECT_THAT(bindercheck::serviceManagerProblem().string(), HasSubstr("cannot open"));
     const sp<IServiceManager> manager = android::defaultServiceManager();
     ASSERT_NE(nullptr, manager);
     EXPECT_EQ(nullptr, manager->checkService(String16("any")));

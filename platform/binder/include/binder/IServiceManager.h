@@ -8,7 +8,6 @@
 
 #include <binder/IInterface.h>
 #include <utils/String16.h>
-#include <utils/String8.h>
 #include <utils/Vector.h>
 
 namespace android {
@@ -54,12 +53,6 @@ class IServiceManager : public IInterface {
 
 /** The service manager's proxy. Never null and never waits; its operations fail when there is no manager. */
 sp<IServiceManager> defaultServiceManager();
-
-/**
- * What keeps this process from the service manager, and what to do about it, in one line; empty when it
- * answers.
- */
-String8 serviceManagerProblem();
 
 /** The service @p name as INTERFACE. @return OK, or NAME_NOT_FOUND */
 template <typename INTERFACE>

@@ -9,7 +9,6 @@
 #include <binder/IBinder.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
-#include <utils/String8.h>
 
 #include <atomic>
 #include <cstddef>
@@ -34,12 +33,6 @@ class ProcessState : public virtual RefBase {
     static constexpr size_t kDefaultMaxThreads = 15;
 
     static sp<ProcessState> self();
-
-    /**
-     * What keeps this process from the driver, and what to do about it, in one line; empty when it is usable.
-     * Programs ask before they use it.
-     */
-    static String8 driverProblem();
 
     /** The service manager's proxy, whether there is one or not. */
     sp<IBinder> getContextObject(const sp<IBinder>& caller = nullptr);
@@ -74,7 +67,7 @@ class ProcessState : public virtual RefBase {
     int driver();
     int openLocked() REQUIRES(mDriverLock);
     static void leaveToParent();
-    int failLocked(int fd, const char* what, int error, const char* remedy) REQUIRES(mDriverLock);
+    int failLocked(int fd, const char* what, int error) REQUIRES(mDriverLock);
     sp<BBinder> contextManager();
 
     /** A proxy is on its way out: forgets it and gives its handle back. */
@@ -89,9 +82,9 @@ class ProcessState : public virtual RefBase {
 
     /** -1 until the driver is open. Changed once, with mDriverLock held, and in a forked child. */
     std::atomic<int> mDriver{-1};
-    /** Serialises the opening and guards mProblem and mMaxThreads. Taken inside mLock. */
+    /** Serialises the opening and guards mFailureTold and mMaxThreads. Taken inside mLock. */
     Mutex mDriverLock;
-    String8 mProblem GUARDED_BY(mDriverLock);
+    bool mFailureTold GUARDED_BY(mDriverLock) = false;
     size_t mMaxThreads GUARDED_BY(mDriverLock) = kDefaultMaxThreads;
 
     /** Guards the members below. Held across reference commands, which never wait. */
