@@ -25,6 +25,7 @@ from .runcommand import Run
 from .services import Services
 from .session import Session
 from .shellcommand import run_shell
+from .usbmodels import MANNERS
 
 FAILED = 1
 
@@ -80,7 +81,8 @@ def _shell(arguments: argparse.Namespace) -> int:
 
 def _plug(arguments: argparse.Namespace) -> int:
     chosen = {"size_mib": arguments.size, "fs": arguments.fs, "bus": arguments.bus,
-              "behind": arguments.behind, "partitioned": False if arguments.whole else None}
+              "behind": arguments.behind, "product": arguments.product, "manner": arguments.manner,
+              "partitioned": False if arguments.whole else None}
     options = {key: value for key, value in chosen.items() if value is not None}
     answer = ask({"op": "plug", "kind": arguments.kind, "options": options})
     name = answer["name"]
@@ -104,6 +106,18 @@ def _seconds(text: str) -> float:
 _seconds.__name__ = "number of seconds"
 
 
+def _number(text: str) -> int:
+    return int(text, 0)
+
+
+_number.__name__ = "number"
+
+
+def _table(entries: dict[str, str]) -> str:
+    width = max(map(len, entries))
+    return "\n".join(f"  {name:<{width}}  {text}" for name, text in entries.items())
+
+
 def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(prog="./headunit", description="The virtual head unit.")
     commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
@@ -120,13 +134,19 @@ def _parser() -> argparse.ArgumentParser:
                              help=argparse.SUPPRESS)
         command.add_argument("--check-usage", action="store_true", help=argparse.SUPPRESS)
 
-    plug = commands.add_parser("plug", help="plug a device into the running head unit")
-    plug.add_argument("kind", choices=Peripherals.KINDS, metavar="KIND", help=", ".join(Peripherals.KINDS))
+    plug = commands.add_parser("plug", help="plug a device into the running head unit",
+                               formatter_class=argparse.RawDescriptionHelpFormatter,
+                               epilog=f"kinds:\n{_table(Peripherals.KINDS)}\n\nmanners:\n{_table(MANNERS)}")
+    plug.add_argument("kind", choices=tuple(Peripherals.KINDS), metavar="KIND", help="one of the kinds below")
     plug.add_argument("--size", type=int, metavar="MIB", help="size of a stick or card (64)")
     plug.add_argument("--fs", choices=FILE_SYSTEMS, help="file system of a stick or card (vfat)")
     plug.add_argument("--whole", action="store_true", help="without a partition table")
     plug.add_argument("--bus", choices=tuple(PortMap.BUSES), help="USB host controller (ehci)")
     plug.add_argument("--behind", metavar="HUB", help="plug into this hub, for example hub1")
+    plug.add_argument("--product", type=_number, metavar="NUMBER",
+                      help="product of a phone or testdevice, decimal or 0x...")
+    plug.add_argument("--manner", choices=tuple(MANNERS), metavar="MANNER",
+                      help="how a phone treats the requests that it knows, see below (plain)")
     plug.set_defaults(action=_plug)
 
     unplug = commands.add_parser("unplug", help="pull a device out by surprise")

@@ -3,38 +3,48 @@
 
 from __future__ import annotations
 
+import functools
+import json
+import signal
 import threading
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from . import media
+from . import media, usbmodels
 from .errors import HeadunitError
+from .guestlink import Guest, GuestProcess
+from .paths import GUEST_TOOLS
 from .ports import PortMap
 from .qmp import Qmp
 
 CARD_SLOT = "slot0"     # the reader's drive in the emulator
 CARD_DEVICE = "reader0"  # the reader's device in the emulator
 UNPLUG_LIMIT = 30.0     # seconds
+PLAYER_LIMIT = 60.0     # seconds for a program of the guest to begin or to end
+PLAYER = "/usr/bin/python3"
 
 
 @dataclass
 class Plugged:
-    """One thing that is plugged in."""
+    """One thing that is plugged in. player is the guest's program that plays it, where there is one: it prints
+    what it is asked as JSON lines, and its end is the pull of the plug."""
 
     name: str
     kind: str
     place: str
     remove: Callable[[], None]
+    player: GuestProcess | None = None
 
 
 class Peripherals:
     """The peripherals of one machine. Any thread may plug and unplug."""
 
-    def __init__(self, qmp: Qmp, work: Path) -> None:
+    def __init__(self, qmp: Qmp, work: Path, guest: Guest) -> None:
         self._qmp = qmp
         self._work = work
+        self._guest = guest
         self._lock = threading.Lock()  # guards all below; a plug or unplug is one step
         self._ports = PortMap()
         self._plugged: dict[str, Plugged] = {}
@@ -42,13 +52,19 @@ class Peripherals:
         self._kinds: dict[str, Callable[..., Plugged]] = {
             "stick": self._plug_stick, "card": self._plug_card, "hub": self._plug_hub,
             "keyboard": self._plug_keyboard, "serial": self._plug_serial, "mtp": self._plug_mtp,
+            **{kind: functools.partial(self._plug_player, kind) for kind in usbmodels.MODELS},
         }
 
-    KINDS = ("stick", "card", "hub", "keyboard", "serial", "mtp")
+    # Each with the words that tell a user what it is.
+    KINDS = {
+        "stick": "a USB memory stick", "card": "a card in the reader", "hub": "a USB hub with 8 ports",
+        "keyboard": "a USB keyboard", "serial": "a USB serial adapter", "mtp": "a USB media player",
+        **{kind: model.help for kind, model in usbmodels.MODELS.items()},
+    }
 
     def plug(self, kind: str, **options: Any) -> Plugged:
         """Plugs in one of KINDS. Options: size_mib, fs, partitioned and label for media; bus ("ehci", "xhci")
-        and behind (the name of a hub) for USB."""
+        and behind (the name of a hub) for USB; product and manner for what vm/usbmodels.py describes."""
         with self._lock:
             action = self._kinds.get(kind)
             if action is None:
@@ -149,6 +165,20 @@ class Peripherals:
         folder.mkdir()
         (folder / "readme.txt").write_text("A phone's storage.\n", encoding="ascii")
         return self._plug_usb(name, "mtp", "usb-mtp", bus, behind, lambda: None, rootdir=str(folder))
+
+    def _plug_player(self, kind: str, name: str, product: int | None = None, manner: str = "plain") -> Plugged:
+        """Starts a program in the guest that plays the peripheral on the virtual host controller."""
+        description = usbmodels.describe(kind, name, product, manner)
+        self._guest.run(["modprobe", "vhci_hcd"], PLAYER_LIMIT, check=True)
+        player = self._guest.spawn([PLAYER, "-I", "-S", "-B", str(GUEST_TOOLS / "usbperipheral.py"),
+                                    json.dumps(description)])
+        place = json.loads(player.wait_for('"plugged"', PLAYER_LIMIT, stream="stdout").text)
+
+        def remove() -> None:
+            player.kill(signal.SIGKILL)
+            player.wait(PLAYER_LIMIT)
+
+        return Plugged(name, kind, f"bus {place['bus']} port {place['port'] + 1}", remove, player)
 
     def _plug_card(self, name: str, size_mib: int = 64, **options: Any) -> Plugged:
         taken = next((other.name for other in self._plugged.values() if other.kind == "card"), None)
