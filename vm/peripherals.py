@@ -4,8 +4,6 @@
 from __future__ import annotations
 
 import functools
-import json
-import signal
 import threading
 from collections.abc import Callable
 from dataclasses import dataclass
@@ -14,28 +12,26 @@ from typing import Any
 
 from . import media, usbmodels
 from .errors import HeadunitError
-from .guestlink import Guest, GuestProcess
-from .paths import GUEST_TOOLS
+from .guestlink import Guest
 from .ports import PortMap
 from .qmp import Qmp
+from .usbplayer import UsbPlayer
 
 CARD_SLOT = "slot0"     # the reader's drive in the emulator
 CARD_DEVICE = "reader0"  # the reader's device in the emulator
 UNPLUG_LIMIT = 30.0     # seconds
-PLAYER_LIMIT = 60.0     # seconds for a program of the guest to begin or to end
-PLAYER = "/usr/bin/python3"
 
 
 @dataclass
 class Plugged:
-    """One thing that is plugged in. player is the guest's program that plays it, where there is one: it prints
-    what it is asked as JSON lines, and its end is the pull of the plug."""
+    """One thing that is plugged in. said tells what it was asked so far and what became of it: the lines of
+    vm/guest/usbplayer.py, nothing for what the emulator plays."""
 
     name: str
     kind: str
     place: str
     remove: Callable[[], None]
-    player: GuestProcess | None = None
+    said: Callable[[], list[dict[str, Any]]] = list
 
 
 class Peripherals:
@@ -44,7 +40,7 @@ class Peripherals:
     def __init__(self, qmp: Qmp, work: Path, guest: Guest) -> None:
         self._qmp = qmp
         self._work = work
-        self._guest = guest
+        self._player = UsbPlayer(guest)
         self._lock = threading.Lock()  # guards all below; a plug or unplug is one step
         self._ports = PortMap()
         self._plugged: dict[str, Plugged] = {}
@@ -78,6 +74,11 @@ class Peripherals:
             self._counts[kind] = number
             self._plugged[name] = plugged
             return plugged
+
+    def prepare_virtual_bus(self) -> None:
+        """Brings up the bus of what vm/usbmodels.py describes, which else comes up with the first such plug."""
+        with self._lock:
+            self._player.prepare()
 
     def unplug(self, name: str) -> Plugged:
         """Pulls it out by surprise; what stood behind a hub goes with the hub."""
@@ -167,18 +168,10 @@ class Peripherals:
         return self._plug_usb(name, "mtp", "usb-mtp", bus, behind, lambda: None, rootdir=str(folder))
 
     def _plug_player(self, kind: str, name: str, product: int | None = None, manner: str = "plain") -> Plugged:
-        """Starts a program in the guest that plays the peripheral on the virtual host controller."""
-        description = usbmodels.describe(kind, name, product, manner)
-        self._guest.run(["modprobe", "vhci_hcd"], PLAYER_LIMIT, check=True)
-        player = self._guest.spawn([PLAYER, "-I", "-S", "-B", str(GUEST_TOOLS / "usbperipheral.py"),
-                                    json.dumps(description)])
-        place = json.loads(player.wait_for('"plugged"', PLAYER_LIMIT, stream="stdout").text)
-
-        def remove() -> None:
-            player.kill(signal.SIGKILL)
-            player.wait(PLAYER_LIMIT)
-
-        return Plugged(name, kind, f"bus {place['bus']} port {place['port'] + 1}", remove, player)
+        """Has the guest play the peripheral on its virtual host controller."""
+        process, place = self._player.plug(name, usbmodels.describe(kind, name, product, manner))
+        return Plugged(name, kind, place, lambda: self._player.unplug(name, process),
+                       lambda: UsbPlayer.said(name, process))
 
     def _plug_card(self, name: str, size_mib: int = 64, **options: Any) -> Plugged:
         taken = next((other.name for other in self._plugged.values() if other.kind == "card"), None)

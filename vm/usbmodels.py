@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """USB peripherals that answer: what each is and what it says to the requests that the daemon makes.
 
-They are played by vm/guest/usbperipheral.py on the guest's virtual host controller, which the emulator's own
+They are played by vm/guest/usbplayer.py on the guest's virtual host controller, which the emulator's own
 peripherals cannot be: nobody would answer a vendor's request there.
 """
 
@@ -71,7 +71,7 @@ MODELS = {
 
 
 def describe(kind: str, name: str, product: int | None = None, manner: str = "plain") -> dict[str, Any]:
-    """What usbperipheral.py is told. name becomes the serial number."""
+    """What usbplayer.py is told. name becomes the serial number."""
     model = MODELS[kind]
     if manner not in MANNERS:
         raise HeadunitError(f"no manner {manner}: choose one of {', '.join(MANNERS)}")

@@ -1,15 +1,22 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Plays one USB peripheral inside the guest: the kernel's virtual host controller asks, this program answers.
+"""Plays USB peripherals inside the guest: the kernel's virtual host controller asks, this program answers.
 
-Argument: a JSON object as vm/usbmodels.py makes it. The peripheral is plugged in while this program runs; its
-end, however it comes, is the pull of the plug. It prints a JSON object a line:
+A process for each, so that one can end at any moment, which is the pull of its plug. Requests are JSON objects,
+one a line, on standard input; descriptions are those of vm/usbmodels.py:
 
-    {"event": "plugged", "port": N, "bus": N}      it sits in this port of that bus
-    {"event": "configured", "value": N}            the host chose a configuration
-    {"event": "request", "type": N, "request": N, "value": N, "index": N, "length": N, "answer": ANSWER}
-                                                   a vendor's control request, and what became of it: data in
-                                                   hexadecimal, or "stall", "silent", "overflow", "leave"
-    {"event": "cancelled", "request": N}           the host gave up a vendor's request that was not answered
+    {"op": "plug", "name": NAME, "model": DESCRIPTION}         {"op": "unplug", "name": NAME}
+
+Answers and what the host asks of each come as JSON objects, one a line:
+
+    {"name": NAME, "event": "plugged", "port": N, "bus": N}    it sits in this port of that bus
+    {"name": NAME, "event": "refused", "text": TEXT}           it could not be plugged in
+    {"name": NAME, "event": "unplugged"}                       its process has ended
+    {..., "event": "configured", "value": N}                   the host chose a configuration
+    {..., "event": "request", "type": N, "request": N, "value": N, "index": N, "length": N, "answer": ANSWER}
+                                                               a vendor's control request, and what became of it:
+                                                               data in hexadecimal, or "stall", "silent",
+                                                               "overflow", "leave"
+    {..., "event": "cancelled", "request": N}                  the host gave up a vendor's request
 
 The kernel's side: a connected stream socket is handed to the controller, which writes a submission or a
 cancellation for each transfer and reads the results, in any order. All numbers are big-endian but those of the
@@ -18,6 +25,7 @@ cancellation for each transfer and reads the results, in any order. All numbers 
 
 import json
 import os
+import signal
 import socket
 import struct
 import sys
@@ -37,8 +45,13 @@ CONNRESET = -104   # ECONNRESET: cancelled before it was done
 DEVICE, CONFIGURATION, STRING = 1, 2, 3
 
 
-def say(**fields: object) -> None:
-    print(json.dumps(fields), flush=True)
+def say(name: str, event: str, **fields: object) -> None:
+    """One line in one write: the processes share the output."""
+    print(json.dumps({"name": name, "event": event, **fields}), flush=True)
+
+
+class Refused(Exception):
+    """The peripheral cannot be plugged in; the text says why."""
 
 
 class Description:
@@ -76,7 +89,8 @@ class Description:
 class Peripheral:
     """The answers of one peripheral."""
 
-    def __init__(self, model: dict, line: socket.socket) -> None:
+    def __init__(self, name: str, model: dict, line: socket.socket) -> None:
+        self._name = name
         self._description = Description(model)
         self._answers = {tuple(entry["request"]): bytes.fromhex(entry["data"]) for entry in model["answers"]}
         self._manner = model["manner"]
@@ -100,7 +114,7 @@ class Peripheral:
                 else:
                     self._finish(number, 0, len(data))
             else:
-                raise SystemExit(f"usbperipheral: unknown command {command}")
+                raise SystemExit(f"usbplayer: unknown command {command}")
 
     def _receive(self, size: int) -> bytes:
         """Exactly so many bytes, or none at the end of the connection."""
@@ -119,7 +133,7 @@ class Peripheral:
         pending = which in self._waiting
         request = self._waiting.pop(which, None)
         if request is not None:
-            say(event="cancelled", request=request)
+            say(self._name, "cancelled", request=request)
         self._line.sendall(struct.pack(">IIIIIi24x", CANCELLED, number, 0, 0, 0, CONNRESET if pending else 0))
 
     def _control(self, number: int, incoming: bool, setup: bytes, length: int) -> None:
@@ -146,7 +160,7 @@ class Peripheral:
             return bytes((self._configured,))
         if request == 9:
             self._configured = value & 0xFF
-            say(event="configured", value=self._configured)
+            say(self._name, "configured", value=self._configured)
             return b""
         if request == 10:
             return b"\0"
@@ -160,7 +174,7 @@ class Peripheral:
             manner = "plain"  # there is no length to be wrong
         data = {"short": (known or b"")[:1], "empty": b""}.get(manner, known or b"")[:length]
         said = data.hex() if manner in ("plain", "short", "empty") else manner
-        say(event="request", type=kind, request=request, value=value, index=index, length=length, answer=said)
+        say(self._name, "request", type=kind, request=request, value=value, index=index, length=length, answer=said)
         if manner == "leave":
             os._exit(0)
         if manner == "silent":
@@ -183,7 +197,7 @@ def plug_in(device: socket.socket) -> int:
             return port
         except OSError:
             continue  # another one was faster
-    raise SystemExit("usbperipheral: no free port")
+    raise Refused("the virtual host controller has no free port")
 
 
 def free_ports() -> list[int]:
@@ -200,19 +214,41 @@ def bus_number() -> int:
             with open(f"{CONTROLLER}/{entry}/speed", encoding="ascii") as speed:
                 if speed.read().strip() == "480":
                     return int(entry[3:])
-    raise SystemExit("usbperipheral: the controller has no bus")
+    raise Refused("the virtual host controller has no bus")
+
+
+def play(name: str, model: dict) -> None:
+    """One peripheral from plug to end, in a process of its own."""
+    ours, kernels = socket.socketpair()
+    try:
+        port = plug_in(kernels)
+        kernels.close()  # the controller holds it now, and sees the end of this process
+        say(name, "plugged", port=port, bus=bus_number())
+        Peripheral(name, model, ours).serve()
+    except Refused as refusal:
+        say(name, "refused", text=str(refusal))
+    except (BrokenPipeError, ConnectionResetError):
+        pass  # the controller hung up
 
 
 def main() -> None:
-    model = json.loads(sys.argv[1])
-    ours, kernels = socket.socketpair()
-    port = plug_in(kernels)
-    kernels.close()  # the controller holds it now, and sees the end of this program
-    say(event="plugged", port=port, bus=bus_number())
-    try:
-        Peripheral(model, ours).serve()
-    except (BrokenPipeError, ConnectionResetError):
-        pass  # the controller hung up
+    players: dict[str, int] = {}
+    for line in sys.stdin:
+        request = json.loads(line)
+        name = request["name"]
+        if request["op"] == "plug":
+            pid = os.fork()
+            if pid == 0:
+                try:
+                    play(name, request["model"])
+                finally:
+                    os._exit(0)
+            players[name] = pid
+        else:
+            # One that left by itself waits here as well, so that its number is nobody else's.
+            os.kill(players[name], signal.SIGKILL)
+            os.waitpid(players.pop(name), 0)
+            say(name, "unplugged")
 
 
 main()
