@@ -16,6 +16,8 @@
 #include "device/BnDeviceManager.h"
 #include "device/DeviceManagerImpl.h"
 #include "device/DeviceObserver.h"
+#include "usb/BnUsbManager.h"
+#include "usb/UsbManagerImpl.h"
 
 using android::defaultServiceManager;
 using android::IPCThreadState;
@@ -44,12 +46,16 @@ int main() {
     const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
     const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
 
+    const sp<usb::UsbManagerImpl> usbManager = new usb::UsbManagerImpl(ueventObserver);
+    const sp<usb::BnUsbManager> usbService = new usb::BnUsbManager(usbManager);
+
     const String8 problem = bindercheck::serviceManagerProblem();
     if (!problem.isEmpty()) {
         fprintf(stderr, "device-service: %s\n", problem.string());
         return EX_UNAVAILABLE;
     }
     defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
+    defaultServiceManager()->addService(String16(usb::IUsbManager::kServiceName), usbService, false);
 
     ALOGE("device service is starting.....");
 

@@ -21,7 +21,7 @@ MAY_INCLUDE = {
 ENTRY = "common/main.cpp"
 # What the client library installs; the command line client sees nothing else of the daemon.
 CLIENT_HEADER = re.compile(r"^(device|usb|volume)/(I\w+|Bn\w+Notifier|\w+NotifierItf|Device(Itf)?|DeviceManagerItf|"
-                           r"UsbDevice(Itf)?|UsbConfig|UsbInterface|Volume(Itf)?)\.h$")
+                           r"UsbDevice(Itf)?|UsbConfig(Itf)?|UsbInterface(Itf)?|Volume(Itf)?)\.h$")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 
 

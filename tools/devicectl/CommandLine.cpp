@@ -11,6 +11,7 @@
 #include "device/DeviceManagerItf.h"
 #include "tools/devicectl/Managers.h"
 #include "tools/devicectl/Text.h"
+#include "tools/devicectl/UsbCommandLine.h"
 
 namespace devicectl {
 
@@ -22,7 +23,7 @@ constexpr double kMaxMonitorSeconds = 1e9;
 constexpr const char* kExitCodes =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the answer is no (no such device, no such controller), or another failure\n"
+    "  1  the answer is no (no such device, the phone does not support it), or another failure\n"
     "  2  wrong command line; nothing was done\n"
     "  3  the service is not registered, or there is no service manager\n"
     "  4  the daemon is dead or died during the call\n"
@@ -65,14 +66,20 @@ constexpr Help kAncestorsHelp{
 constexpr Help kControllerHelp{"Show the path of a controller of the unit",
                                "Exit status 1 if it is not known; the daemon then logs an error. Changes "
                                "nothing else."};
-constexpr Help kMonitorHelp{"Show devices as they come and go, until SIGINT or SIGTERM",
-                            "Registers one client with the daemon and removes it at the end. When the daemon "
-                            "dies, says so, waits for\n"
-                            "its return and registers again.\n"
-                            "Events are taken at once, whatever becomes of the output: a reader that stands "
-                            "still costs memory of this\n"
-                            "program (about 1 KiB an event) and never holds up the daemon. A reader that "
-                            "goes away ends the monitor."};
+constexpr Help kVolumesHelp{
+    "List the volumes: partitions and disks that the daemon found, and where they are mounted",
+    "In ascending order of the device names; an empty list is an answer (exit status 0). A volume that "
+    "could\n"
+    "not be read, or is not mounted, shows - where nothing is known. Changes nothing."};
+constexpr Help kMonitorHelp{
+    "Show devices, USB devices and volumes as they come and go, until SIGINT or SIGTERM",
+    "Registers one client with each service of the daemon and removes it at the end. When the daemon "
+    "dies, says so, waits for\n"
+    "its return and registers again.\n"
+    "Events are taken at once, whatever becomes of the output: a reader that stands "
+    "still costs memory of this\n"
+    "program (about 1 KiB an event) and never holds up the daemon. A reader that "
+    "goes away ends the monitor."};
 constexpr Help kDumpHelp{
     "Show what a service tells of its state",
     "The device service tells its devices without arguments, its registered clients with the argument "
@@ -155,6 +162,11 @@ class Definition {
         mApp.footer(kExitCodes);
         addManagerCommands();
         addDeviceCommands();
+        add(mApp, "volumes", kVolumesHelp, Options::Command::kVolumes);
+        addUsbCommands(mApp, kCommonOptions, [this](const UsbRequest& request) {
+            mOptions.command = Options::Command::kUsb;
+            mOptions.usb = request;
+        });
         addMonitor();
         addServiceCommands();
     }

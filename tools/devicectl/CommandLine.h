@@ -8,6 +8,7 @@
 
 #include "tools/devicectl/ExitCode.h"
 #include "tools/devicectl/Render.h"
+#include "tools/devicectl/UsbRequest.h"
 
 namespace devicectl {
 
@@ -19,6 +20,8 @@ struct Options {
         kDeviceGet,
         kDeviceAncestors,
         kDeviceController,
+        kVolumes,
+        kUsb,
         kMonitor,
         kDump,
         kServices,
@@ -39,6 +42,7 @@ struct Options {
     std::optional<double> forSeconds;    ///< monitor; not negative
     std::optional<uint64_t> count;       ///< monitor; positive
     bool properties = false;             ///< monitor
+    UsbRequest usb;                      ///< usb
 };
 
 /** Either options, or what to print and the exit status. */

@@ -18,6 +18,12 @@ ExitCode runManagerCommand(const Options& options, const ServiceAccess& access);
 /** device get, device ancestors and device controller. */
 ExitCode runDeviceCommand(const Options& options, const ServiceAccess& access);
 
+/** volumes */
+ExitCode runVolumes(const Options& options, const ServiceAccess& access);
+
+/** usb. Asks, or changes what the operation says. */
+ExitCode runUsbCommand(const Options& options, const ServiceAccess& access);
+
 /** dump */
 ExitCode runDump(const Options& options, const ServiceAccess& access);
 

@@ -5,6 +5,8 @@
 #include <array>
 
 #include "device/IDeviceManager.h"
+#include "usb/IUsbManager.h"
+#include "volume/IVolumeManager.h"
 
 namespace devicectl {
 
@@ -23,6 +25,8 @@ constexpr Manager managerOf(const char* name) {
 
 /** In starting order. The device manager turns the kernel's events on, for which the others must be ready. */
 constexpr std::array kManagers{
+    managerOf<volume::IVolumeManager>("volume"),
+    managerOf<usb::IUsbManager>("usb"),
     managerOf<device::IDeviceManager>("device"),
 };
 

@@ -9,20 +9,32 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 
+#include "device/BnDeviceManagerNotifier.h"
 #include "device/IDeviceManager.h"
 #include "tools/devicectl/MonitorNotifier.h"
 #include "tools/devicectl/StandardStreams.h"
+#include "tools/devicectl/UsbMonitorNotifier.h"
+#include "tools/devicectl/VolumeMonitorNotifier.h"
+#include "usb/IUsbManager.h"
+#include "volume/BnVolumeManagerNotifier.h"
+#include "volume/IVolumeManager.h"
 
 namespace devicectl {
 
 using android::IBinder;
+using android::interface_cast;
 using android::ProcessState;
 using android::sp;
+using device::BnDeviceManagerNotifier;
 using device::IDeviceManager;
 using std::chrono::milliseconds;
+using usb::IUsbManager;
+using volume::BnVolumeManagerNotifier;
+using volume::IVolumeManager;
 
 namespace {
 
@@ -33,6 +45,18 @@ constexpr unsigned kFarewellSeconds = 5;
 /** A reader that takes nothing for so long at the end gets no more. */
 constexpr milliseconds kDrainPatience{1000};
 
+/** @p makeEar makes the native side of the notifier of the service behind @p Interface. */
+template <typename Interface>
+RegistrationKind kindOf(std::function<sp<IBinder>()> makeEar) {
+    return {Interface::kServiceName, std::move(makeEar),
+            [](const sp<IBinder>& service, const sp<IBinder>& ear) {
+                interface_cast<Interface>(service)->addNotifier(ear);
+            },
+            [](const sp<IBinder>& service, const sp<IBinder>& ear) {
+                interface_cast<Interface>(service)->removeNotifier(ear);
+            }};
+}
+
 }  // namespace
 
 Monitor::Monitor(const Options& options, const ServiceAccess& access)
@@ -41,8 +65,21 @@ Monitor::Monitor(const Options& options, const ServiceAccess& access)
       mWakeUp(new WakeUp()),
       mQueue(new EventQueue()),
       mPrinter(
-          new Printer(mQueue, STDOUT_FILENO, {options.format, options.properties, options.count}, mWakeUp)),
-      mRegistration(access, new MonitorNotifier(mQueue), mWakeUp) {}
+          new Printer(mQueue, STDOUT_FILENO, {options.format, options.properties, options.count}, mWakeUp)) {
+    mRegistrations.emplace_back(access, kindOf<IVolumeManager>([this] {
+                                    return new BnVolumeManagerNotifier(new VolumeMonitorNotifier(mQueue));
+                                }),
+                                mWakeUp);
+    mRegistrations.emplace_back(
+        access,
+        RegistrationKind{IUsbManager::kServiceName, [this] { return new UsbMonitorEar(mQueue); },
+                         UsbMonitorEar::add, UsbMonitorEar::remove},
+        mWakeUp);
+    mRegistrations.emplace_back(access, kindOf<IDeviceManager>([this] {
+                                    return new BnDeviceManagerNotifier(new MonitorNotifier(mQueue));
+                                }),
+                                mWakeUp);
+}
 
 ExitCode Monitor::run() {
     if (mSignals.fd() < 0 || mWakeUp->fd() < 0) {
@@ -59,16 +96,18 @@ ExitCode Monitor::run() {
 
 ExitCode Monitor::begin() {
     ProcessState::self()->startThreadPool();
-    sp<IBinder> service;
-    const ExitCode found = mAccess.find(IDeviceManager::kServiceName, &service);
-    if (found != kOk) {
-        return found;
+    for (Registration& registration : mRegistrations) {
+        sp<IBinder> service;
+        const ExitCode found = mAccess.find(registration.service(), &service);
+        if (found != kOk) {
+            return found;
+        }
+        if (!registration.make(service)) {
+            reportError("the daemon died during the registration: restart device-service");
+            return kDaemonDied;
+        }
+        tellService(Event::Kind::kServiceUp, registration.service());
     }
-    if (!mRegistration.make(service)) {
-        reportError("the daemon died during the registration: restart device-service");
-        return kDaemonDied;
-    }
-    tellService(Event::Kind::kServiceUp);
     if (mOptions.forSeconds) {
         mDeadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                        std::chrono::duration<double>(*mOptions.forSeconds));
@@ -97,7 +136,7 @@ void Monitor::waitForSomething() {
         const auto left = std::chrono::ceil<milliseconds>(*mDeadline - Clock::now()).count();
         timeout = static_cast<int>(std::clamp<int64_t>(left, 0, 3'600'000));
     }
-    if (!mRegistration.isThere()) {
+    if (!isRegistered()) {
         const int look = static_cast<int>(kLookAgain.count());
         timeout = timeout < 0 ? look : std::min(timeout, look);
     }
@@ -113,23 +152,35 @@ bool Monitor::isOver() {
 }
 
 void Monitor::followDaemon() {
-    if (mRegistration.dropDead()) {
-        tellService(Event::Kind::kServiceDown);
+    for (Registration& registration : mRegistrations) {
+        if (registration.dropDead()) {
+            tellService(Event::Kind::kServiceDown, registration.service());
+        }
     }
-    if (mRegistration.isThere() || isOver()) {
-        return;
-    }
-    const sp<IBinder> service = mAccess.lookUp(IDeviceManager::kServiceName);
-    if (service != nullptr && mRegistration.make(service)) {
-        tellService(Event::Kind::kServiceUp);
+    for (Registration& registration : mRegistrations) {
+        if (registration.isThere()) {
+            continue;
+        }
+        if (isOver()) {
+            return;
+        }
+        const sp<IBinder> service = mAccess.lookUp(registration.service());
+        if (service == nullptr || !registration.make(service)) {
+            // The next ones wait: whoever hears that the last is up knows that all are.
+            return;
+        }
+        tellService(Event::Kind::kServiceUp, registration.service());
     }
 }
 
-void Monitor::tellService(Event::Kind kind) {
-    Event event;
-    event.kind = kind;
-    event.time = Event::Clock::now();
-    event.service = IDeviceManager::kServiceName;
+bool Monitor::isRegistered() const {
+    return std::all_of(mRegistrations.begin(), mRegistrations.end(),
+                       [](const Registration& registration) { return registration.isThere(); });
+}
+
+void Monitor::tellService(Event::Kind kind, const char* service) {
+    Event event = Event::now(kind);
+    event.service = service;
     mQueue->push(std::move(event));
 }
 
@@ -148,7 +199,8 @@ void Monitor::drain() {
 ExitCode Monitor::end() {
     // Whoever is in a hurry sends the signal again.
     mSignals.release();
-    mRegistration.remove(kFarewellSeconds);
+    std::for_each(mRegistrations.rbegin(), mRegistrations.rend(),
+                  [](Registration& registration) { registration.remove(kFarewellSeconds); });
     drain();
 
     const int error = mPrinter->error();

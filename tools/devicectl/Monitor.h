@@ -4,6 +4,7 @@
 #include <utils/RefBase.h>
 
 #include <chrono>
+#include <deque>
 #include <optional>
 
 #include "tools/devicectl/CommandLine.h"
@@ -38,7 +39,8 @@ class Monitor {
     void waitForSomething();
     bool isOver();
     void followDaemon();
-    void tellService(Event::Kind kind);
+    bool isRegistered() const;
+    void tellService(Event::Kind kind, const char* service);
     void drain();
     ExitCode end();
 
@@ -48,7 +50,8 @@ class Monitor {
     const android::sp<WakeUp> mWakeUp;
     const android::sp<EventQueue> mQueue;
     const android::sp<Printer> mPrinter;
-    Registration mRegistration;
+    /** In the order in which they are made; the device manager's comes last, and goes first. */
+    std::deque<Registration> mRegistrations;
     std::optional<Clock::time_point> mDeadline;
     bool mStopped = false;     ///< by a signal
     bool mReaderGone = false;  ///< nobody reads standard output any more

@@ -8,33 +8,22 @@ namespace devicectl {
 using android::sp;
 using device::DeviceItf;
 
-namespace {
-
-Event eventOf(Event::Kind kind) {
-    Event event;
-    event.kind = kind;
-    event.time = Event::Clock::now();
-    return event;
-}
-
-}  // namespace
-
 int32_t MonitorNotifier::onDeviceAdded(const sp<DeviceItf>& device) {
-    Event event = eventOf(Event::Kind::kDeviceAdded);
+    Event event = Event::now(Event::Kind::kDeviceAdded);
     event.device = device;
     mQueue->push(std::move(event));
     return 0;
 }
 
 int32_t MonitorNotifier::onDeviceRemoved(const sp<DeviceItf>& device) {
-    Event event = eventOf(Event::Kind::kDeviceRemoved);
+    Event event = Event::now(Event::Kind::kDeviceRemoved);
     event.device = device;
     mQueue->push(std::move(event));
     return 0;
 }
 
 int32_t MonitorNotifier::onEvent(int32_t event, int32_t value) {
-    Event reported = eventOf(Event::Kind::kDeviceEvent);
+    Event reported = Event::now(Event::Kind::kDeviceEvent);
     reported.code = event;
     reported.value = value;
     mQueue->push(std::move(reported));

@@ -7,7 +7,8 @@
 namespace devicectl {
 
 /**
- * The monitor's ear: puts what the daemon reports into a queue, with the time, and returns. Binder threads.
+ * The monitor's ear for devices: puts what the daemon reports into a queue, with the time, and returns.
+ * Binder threads.
  */
 class MonitorNotifier : public device::DeviceManagerNotifierItf {
   public:

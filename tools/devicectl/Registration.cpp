@@ -3,17 +3,18 @@
 
 #include <utils/Errors.h>
 
-#include "device/BnDeviceManagerNotifier.h"
+#include <utility>
+
 #include "tools/devicectl/CallLimit.h"
 
 namespace devicectl {
 
 using android::IBinder;
-using android::interface_cast;
 using android::sp;
 using android::wp;
-using device::BnDeviceManagerNotifier;
-using device::IDeviceManager;
+
+Registration::Registration(const ServiceAccess& access, RegistrationKind kind, const sp<WakeUp>& wakeUp)
+    : mAccess(access), mKind(std::move(kind)), mWakeUp(wakeUp) {}
 
 void Registration::Death::binderDied(const wp<IBinder>& /*who*/) {
     mDied = true;
@@ -21,7 +22,7 @@ void Registration::Death::binderDied(const wp<IBinder>& /*who*/) {
 }
 
 bool Registration::make(const sp<IBinder>& service) {
-    if (mManager != nullptr) {
+    if (mService != nullptr) {
         return isThere();
     }
     // The watch comes first: a daemon that dies right after the registration must not go unnoticed.
@@ -29,40 +30,41 @@ bool Registration::make(const sp<IBinder>& service) {
     if (service->linkToDeath(death) != android::OK) {
         return false;
     }
-    const sp<IDeviceManager> manager = interface_cast<IDeviceManager>(service);
-    const sp<IBinder> ear = new BnDeviceManagerNotifier(mNotifier);
+    const sp<IBinder> ear = mKind.makeEar();
     {
-        const CallLimit limit(mAccess.answerSeconds(), IDeviceManager::kServiceName);
-        manager->addNotifier(ear);
+        const CallLimit limit(mAccess.answerSeconds(), mKind.service);
+        mKind.add(service, ear);
     }
     // The call tells success by zero and failure by zero.
-    if (!mAccess.isAlive(IDeviceManager::kServiceName, service)) {
+    if (!mAccess.isAlive(mKind.service, service)) {
         return false;
     }
-    mManager = manager;
+    mService = service;
     mEar = ear;
     mDeath = death;
     return true;
 }
 
 bool Registration::dropDead() {
-    if (mManager == nullptr || isThere()) {
+    if (mService == nullptr || isThere()) {
         return false;
     }
-    mManager.clear();
-    mEar.clear();
-    mDeath.clear();
+    forget();
     return true;
 }
 
 void Registration::remove(unsigned seconds) {
-    if (mManager == nullptr) {
+    if (mService == nullptr) {
         return;
     }
     // Sent to the daemon of the registration, or to nobody: a proxy never reaches that daemon's successor.
-    const CallLimit limit(seconds, IDeviceManager::kServiceName);
-    mManager->removeNotifier(mEar);
-    mManager.clear();
+    const CallLimit limit(seconds, mKind.service);
+    mKind.remove(mService, mEar);
+    forget();
+}
+
+void Registration::forget() {
+    mService.clear();
     mEar.clear();
     mDeath.clear();
 }

@@ -5,29 +5,35 @@
 #include <utils/RefBase.h>
 
 #include <atomic>
+#include <functional>
 
-#include "device/DeviceManagerNotifierItf.h"
-#include "device/IDeviceManager.h"
 #include "tools/devicectl/ServiceAccess.h"
 #include "tools/devicectl/WakeUp.h"
 
 namespace devicectl {
 
+/** A kind of registration: with which service, and how. The functions are called on the main thread. */
+struct RegistrationKind {
+    const char* service;  ///< its name; of static storage
+    /** Makes the notifier's binder, which hears on binder threads, which must run. One for each daemon. */
+    std::function<android::sp<android::IBinder>()> makeEar;
+    void (*add)(const android::sp<android::IBinder>& service, const android::sp<android::IBinder>& ear);
+    void (*remove)(const android::sp<android::IBinder>& service, const android::sp<android::IBinder>& ear);
+};
+
 /**
- * This process's one registration with the device manager: made, lost with the daemon, made anew, removed.
+ * This process's one registration of a kind: made, lost with the daemon, made anew, removed.
  *
  * A second registration with a daemon, or a removal without one, would end that daemon: this class sees to it
  * that neither happens. Main thread, but for the notice of death.
  */
 class Registration {
   public:
-    /**
-     * @param notifier hears of the devices, on binder threads, which must run
-     * @param wakeUp   posted when the daemon dies
-     */
-    Registration(const ServiceAccess& access, const android::sp<device::DeviceManagerNotifierItf>& notifier,
-                 const android::sp<WakeUp>& wakeUp)
-        : mAccess(access), mNotifier(notifier), mWakeUp(wakeUp) {}
+    /** @param wakeUp posted when the daemon dies */
+    Registration(const ServiceAccess& access, RegistrationKind kind, const android::sp<WakeUp>& wakeUp);
+
+    /** Name of the service. */
+    const char* service() const { return mKind.service; }
 
     /**
      * Registers with @p service, if there is no registration. Reports nothing.
@@ -36,7 +42,7 @@ class Registration {
     bool make(const android::sp<android::IBinder>& service);
 
     /** Whether there is one with a daemon of which no death is known. */
-    bool isThere() const { return mManager != nullptr && !mDeath->mDied; }
+    bool isThere() const { return mService != nullptr && !mDeath->mDied; }
 
     /** Forgets a registration whose daemon died. @return whether there was one */
     bool dropDead();
@@ -58,12 +64,14 @@ class Registration {
         const android::sp<WakeUp> mWakeUp;
     };
 
+    void forget();
+
     const ServiceAccess& mAccess;
-    const android::sp<device::DeviceManagerNotifierItf> mNotifier;
+    const RegistrationKind mKind;
     const android::sp<WakeUp> mWakeUp;
 
     /** All three set or all three null. */
-    android::sp<device::IDeviceManager> mManager;
+    android::sp<android::IBinder> mService;
     android::sp<android::IBinder> mEar;
     android::sp<Death> mDeath;
 };

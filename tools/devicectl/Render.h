@@ -10,6 +10,10 @@
 
 #include "device/DeviceItf.h"
 #include "tools/devicectl/Event.h"
+#include "tools/devicectl/UsbNames.h"
+#include "tools/devicectl/UsbRequest.h"
+#include "usb/UsbDeviceItf.h"
+#include "volume/VolumeItf.h"
 
 namespace devicectl {
 
@@ -17,7 +21,7 @@ namespace devicectl {
  * What the commands print, as text that ends in a newline. Pure functions, any thread.
  *
  * Human text holds no control character but the newlines and tabs of its own layout. JSON is one object on
- * one line, of ASCII characters only: bytes of a device that are no UTF-8 become U+FFFD.
+ * one line, of ASCII characters only: bytes of a device or a volume that are no UTF-8 become U+FFFD.
  */
 enum class Format { kHuman, kJson };
 
@@ -44,6 +48,19 @@ std::string renderDevice(Format format, const android::sp<device::DeviceItf>& de
 
 /** The human form is one line for each device. */
 std::string renderDevices(Format format, const android::Vector<android::sp<device::DeviceItf>>& devices);
+
+/** The human form is a table with a heading; what is empty or unknown is a dash. */
+std::string renderVolumes(Format format, const android::Vector<android::sp<volume::VolumeItf>>& volumes);
+
+/** The human form is a table with a heading; a number without a name stands alone. */
+std::string renderUsbDevices(Format format, const std::vector<android::sp<usb::UsbDeviceItf>>& devices,
+                             const UsbNames& names);
+
+/** What the USB manager answered to any operation but the list; the human form is empty where all is said. */
+std::string renderUsbAnswer(Format format, const UsbRequest& request, int answer);
+
+/** Why @p answer makes the command fail; empty when it does not. */
+std::string usbRefusal(const UsbRequest& request, int answer);
 
 /** @p path is empty for an unknown controller: JSON's null and no human text at all. */
 std::string renderController(Format format, int type, int id, std::string_view path);

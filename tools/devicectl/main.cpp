@@ -32,6 +32,10 @@ ExitCode runCommand(const Options& options) {
         case Options::Command::kStart:
         case Options::Command::kStop:
             return runManagerCommand(options, access);
+        case Options::Command::kVolumes:
+            return runVolumes(options, access);
+        case Options::Command::kUsb:
+            return runUsbCommand(options, access);
         case Options::Command::kMonitor:
             return Monitor(options, access).run();
         case Options::Command::kDump:

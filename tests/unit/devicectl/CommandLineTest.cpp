@@ -36,8 +36,16 @@ TEST(CommandLine, ManagerCommands) {
     EXPECT_EQ(parsed({"stop"}).command, Command::kStop);
     EXPECT_EQ(parsed({"stop", "device"}).manager, "device");
     EXPECT_EQ(parsed({"start", "device"}).command, Command::kStart);
-    EXPECT_THAT(usageError({"start", "engine"}), HasSubstr("no manager engine; there are: device"));
+    EXPECT_THAT(usageError({"start", "engine"}), HasSubstr("no manager engine; there are: volume, device"));
     usageError({"start", "device", "device"});
+}
+
+TEST(CommandLine, Volumes) {
+    EXPECT_EQ(parsed({"volumes"}).command, Command::kVolumes);
+    EXPECT_EQ(parsed({"volumes", "--json"}).format, Format::kJson);
+    EXPECT_EQ(parsed({"start", "volume"}).manager, "volume");
+    EXPECT_EQ(parsed({"stop", "volume"}).manager, "volume");
+    usageError({"volumes", "sda1"});
 }
 
 TEST(CommandLine, DeviceGet) {

@@ -28,6 +28,14 @@ TEST(Managers, OneByName) {
     EXPECT_STREQ(findManager("device")->service, "DeviceManager");
 }
 
+TEST(Managers, TheVolumeManager) {
+    ASSERT_EQ(managersToStart("volume").size(), 1U);
+    EXPECT_EQ(managersToStart("volume").front(), findManager("volume"));
+    EXPECT_STREQ(findManager("volume")->service, "VolumeManager");
+    EXPECT_NE(findManager("volume")->startup, findManager("device")->startup);
+    EXPECT_NE(findManager("volume")->shutdown, findManager("volume")->startup);
+}
+
 TEST(Managers, UnknownNames) {
     EXPECT_EQ(findManager("devic"), nullptr);
     EXPECT_EQ(findManager(""), nullptr);

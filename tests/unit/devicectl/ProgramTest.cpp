@@ -83,6 +83,8 @@ const std::vector<std::vector<std::string>> kCommands{
     {"device", "get", "block", "sda"},
     {"device", "ancestors", "/devices/x"},
     {"device", "controller", "usb", "0"},
+    {"volumes"},
+    {"volumes", "--json"},
     {"monitor"},
     {"monitor", "--json"},
     {"dump", "DeviceManager"},

@@ -9,13 +9,17 @@
 #include <nlohmann/json.hpp>
 
 #include "device/Device.h"
+#include "volume/Volume.h"
 
 namespace devicectl {
 
 using android::sp;
+using android::String8;
 using android::Vector;
 using device::Device;
 using device::DeviceItf;
+using volume::Volume;
+using volume::VolumeItf;
 using Json = nlohmann::json;
 
 namespace {
@@ -44,12 +48,40 @@ sp<DeviceItf> hostile() {
     return device;
 }
 
+sp<VolumeItf> stick() {
+    return new Volume(String8("sda1"), String8("0badcafe-01-55AA-0F0F"), String8("MUSIC"), String8("vfat"),
+                      String8("/media/sda1"), String8("/dev/sda1"), String8("/mnt/sda1"),
+                      String8("/dev/sda"));
+}
+
+/** What a disk becomes that cannot be read. */
+sp<VolumeItf> unreadable() {
+    const sp<Volume> record = new Volume();
+    record->setName(String8("mmcblk0"));
+    record->setDevicePath(String8("/dev/mmcblk0"));
+    record->setLabel(String8());
+    return record;
+}
+
+/** A medium made to hurt. */
+sp<VolumeItf> hostileVolume() {
+    const String8 label("\x1b]0;t\x07\n\"}\n{\"event\":\"forged\"}\xff\xe2\x80\xae$(reboot)");
+    return new Volume(String8("sdb1"), label, label, label, String8("/media/sdb1"), String8("/dev/sdb1"),
+                      String8("/mnt/sdb1"), String8("/dev/sdb"));
+}
+
 Event eventOf(Event::Kind kind, const sp<DeviceItf>& device = nullptr) {
     Event event;
     event.kind = kind;
     event.time = Event::Clock::time_point(std::chrono::microseconds(1'700'000'003'004'500));
     event.device = device;
     event.service = "DeviceManager";
+    return event;
+}
+
+Event volumeEvent(Event::Kind kind, const sp<VolumeItf>& volume) {
+    Event event = eventOf(kind);
+    event.volume = volume;
     return event;
 }
 
@@ -160,6 +192,99 @@ TEST_F(Render, Controller) {
     EXPECT_EQ(renderController(Format::kHuman, 9, -1, ""), "");
     EXPECT_EQ(renderController(Format::kJson, 9, -1, ""),
               "{\"controller\":{\"type\":9,\"id\":-1,\"path\":null}}\n");
+}
+
+TEST_F(Render, VolumesAsATable) {
+    Vector<sp<VolumeItf>> volumes;
+    EXPECT_EQ(renderVolumes(Format::kHuman, volumes),
+              "NAME  LABEL  FORMAT  IDENTITY  MOUNT PATH  ACCESS PATH  DEVICE  DISK\n");
+    volumes.add(unreadable());
+    volumes.add(stick());
+    EXPECT_EQ(
+        renderVolumes(Format::kHuman, volumes),
+        "NAME     LABEL  FORMAT  IDENTITY               MOUNT PATH  ACCESS PATH  DEVICE        DISK\n"
+        "mmcblk0  -      -       -                      -           -            /dev/mmcblk0  -\n"
+        "sda1     MUSIC  vfat    0badcafe-01-55AA-0F0F  /mnt/sda1   /media/sda1  /dev/sda1     /dev/sda\n");
+}
+
+TEST_F(Render, ColumnsCountCharactersNotBytes) {
+    Vector<sp<VolumeItf>> volumes;
+    const sp<Volume> record = new Volume();
+    record->setName(String8("sda1"));
+    record->setLabel(String8("Musik f\xc3\xbcr dich"));
+    volumes.add(record);
+    EXPECT_EQ(renderVolumes(Format::kHuman, volumes),
+              "NAME  LABEL           FORMAT  IDENTITY  MOUNT PATH  ACCESS PATH  DEVICE  DISK\n"
+              "sda1  Musik f\xc3\xbcr dich  -       -         -           -            -       -\n");
+}
+
+TEST_F(Render, VolumesAsJson) {
+    Vector<sp<VolumeItf>> volumes;
+    EXPECT_EQ(renderVolumes(Format::kJson, volumes), "{\"volumes\":[]}\n");
+    volumes.add(stick());
+    EXPECT_EQ(renderVolumes(Format::kJson, volumes),
+              "{\"volumes\":[{\"name\":\"sda1\",\"label\":\"MUSIC\",\"format\":\"vfat\","
+              "\"identity\":\"0badcafe-01-55AA-0F0F\",\"mount_path\":\"/mnt/sda1\","
+              "\"access_path\":\"/media/sda1\",\"device\":\"/dev/sda1\",\"disk\":\"/dev/sda\"}]}\n");
+    volumes.add(unreadable());
+    const Json json = oneObject(renderVolumes(Format::kJson, volumes));
+    EXPECT_EQ(json["volumes"][1]["mount_path"], "unknown");
+}
+
+TEST_F(Render, VolumeEventsAsJson) {
+    EXPECT_EQ(renderEvent(Format::kJson, volumeEvent(Event::Kind::kVolumeAdded, stick()), false),
+              "{\"event\":\"volume-added\",\"time\":1700000003.0045,\"name\":\"sda1\",\"label\":\"MUSIC\","
+              "\"format\":\"vfat\",\"identity\":\"0badcafe-01-55AA-0F0F\",\"mount_path\":\"/mnt/sda1\","
+              "\"access_path\":\"/media/sda1\",\"device\":\"/dev/sda1\",\"disk\":\"/dev/sda\"}\n");
+    EXPECT_EQ(oneObject(renderEvent(Format::kJson, volumeEvent(Event::Kind::kVolumeRemoved, stick()),
+                                    false))["event"],
+              "volume-removed");
+    Event event = eventOf(Event::Kind::kVolumeEvent);
+    event.code = 3;
+    event.value = -4;
+    EXPECT_EQ(renderEvent(Format::kJson, event, false),
+              "{\"event\":\"volume-event\",\"time\":1700000003.0045,\"code\":3,\"value\":-4}\n");
+}
+
+TEST_F(Render, VolumeEventsForReaders) {
+    const std::string columns =
+        "volume              sda1            /media/sda1     vfat 0badcafe-01-55AA-0F0F MUSIC\n";
+    EXPECT_EQ(renderEvent(Format::kHuman, volumeEvent(Event::Kind::kVolumeAdded, stick()), false),
+              "22:13:23.004  added    " + columns);
+    EXPECT_EQ(renderEvent(Format::kHuman, volumeEvent(Event::Kind::kVolumeRemoved, stick()), true),
+              "22:13:23.004  removed  " + columns);
+    EXPECT_EQ(renderEvent(Format::kHuman, volumeEvent(Event::Kind::kVolumeAdded, stick()), true),
+              "22:13:23.004  added    " + columns +
+                  "    name=sda1\n    label=MUSIC\n    format=vfat\n    identity=0badcafe-01-55AA-0F0F\n"
+                  "    mount_path=/mnt/sda1\n    access_path=/media/sda1\n    device=/dev/sda1\n"
+                  "    disk=/dev/sda\n");
+    EXPECT_EQ(renderEvent(Format::kHuman, volumeEvent(Event::Kind::kVolumeAdded, unreadable()), false),
+              "22:13:23.004  added    volume              mmcblk0         -               - - -\n");
+    EXPECT_EQ(renderEvent(Format::kHuman, eventOf(Event::Kind::kVolumeEvent), false),
+              "22:13:23.004  event    volume code 0, value 0\n");
+}
+
+TEST_F(Render, HostileLabelsStayInTheirFields) {
+    const sp<VolumeItf> record = hostileVolume();
+    const Json json =
+        oneObject(renderEvent(Format::kJson, volumeEvent(Event::Kind::kVolumeAdded, record), false));
+    EXPECT_EQ(json["event"], "volume-added");
+    EXPECT_EQ(json["label"], "\x1b]0;t\x07\n\"}\n{\"event\":\"forged\"}\xef\xbf\xbd\xe2\x80\xae$(reboot)");
+    EXPECT_EQ(json["access_path"], "/media/sdb1");
+
+    Vector<sp<VolumeItf>> volumes;
+    volumes.add(record);
+    EXPECT_EQ(oneObject(renderVolumes(Format::kJson, volumes))["volumes"].size(), 1U);
+    const std::string event =
+        renderEvent(Format::kHuman, volumeEvent(Event::Kind::kVolumeAdded, record), true);
+    const std::string table = renderVolumes(Format::kHuman, volumes);
+    for (const std::string& text : {event, table}) {
+        EXPECT_TRUE(std::none_of(text.begin(), text.end(), [](unsigned char c) {
+            return (c < 0x20 && c != '\n') || c >= 0x7f;
+        })) << text;
+    }
+    EXPECT_EQ(std::count(event.begin(), event.end(), '\n'), 9) << "one for the event, one for each attribute";
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 2) << "one for the heading, one for the volume";
 }
 
 TEST_F(Render, Actions) {

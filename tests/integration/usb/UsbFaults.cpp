@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/integration/usb/UsbFaults.h"
+
+#include <pthread.h>
+
+#include <cstring>
+
+UsbFaults& UsbFaults::instance() {
+    static auto* const sInstance = new UsbFaults();
+    return *sInstance;
+}
+
+void UsbFaults::setAfterList(const std::function<void()>& action) {
+    const std::lock_guard<std::mutex> hold(mLock);
+    mAfterList = action;
+}
+
+std::function<void()> UsbFaults::afterList() const {
+    const std::lock_guard<std::mutex> hold(mLock);
+    return mAfterList;
+}
+
+namespace {
+
+UsbFaults& faults() {
+    return UsbFaults::instance();
+}
+
+/** The test bed makes lists too. */
+bool isScanningThread() {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    return strcmp(name, "UsbDetectorQueu") == 0;
+}
+
+}  // namespace
+
+// The names are the linker's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+
+int __real_libusb_init(libusb_context** context);
+void __real_libusb_exit(libusb_context* context);
+int __real_libusb_has_capability(uint32_t capability);
+int __real_libusb_hotplug_register_callback(libusb_context* context, int events, int flags, int vendor,
+                                            int product, int deviceClass, libusb_hotplug_callback_fn function,
+                                            void* data, libusb_hotplug_callback_handle* handle);
+int __real_libusb_handle_events_timeout(libusb_context* context, timeval* wait);
+ssize_t __real_libusb_get_device_list(libusb_context* context, libusb_device*** list);
+int __real_libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor);
+int __real_libusb_get_active_config_descriptor(libusb_device* device, libusb_config_descriptor** config);
+libusb_device* __real_libusb_ref_device(libusb_device* device);
+void __real_libusb_unref_device(libusb_device* device);
+int __real_libusb_open(libusb_device* device, libusb_device_handle** handle);
+void __real_libusb_close(libusb_device_handle* handle);
+
+int __wrap_libusb_init(libusb_context** context) {
+    const int fault = faults().initResult;
+    if (fault != 0) {
+        return fault;
+    }
+    ++faults().contexts;
+    return __real_libusb_init(context);
+}
+
+void __wrap_libusb_exit(libusb_context* context) {
+    faults().referencesAtExit = faults().references.load();
+    faults().handlesAtExit = faults().handles.load();
+    --faults().contexts;
+    __real_libusb_exit(context);
+}
+
+int __wrap_libusb_has_capability(uint32_t capability) {
+    return faults().noHotplug ? 0 : __real_libusb_has_capability(capability);
+}
+
+int __wrap_libusb_hotplug_register_callback(libusb_context* context, int events, int flags, int vendor,
+                                            int product, int deviceClass, libusb_hotplug_callback_fn function,
+                                            void* data, libusb_hotplug_callback_handle* handle) {
+    const bool second = events == LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
+    const int fault = second ? faults().secondRegisterResult : faults().registerResult;
+    if (fault != 0) {
+        return fault;
+    }
+    return __real_libusb_hotplug_register_callback(context, events, flags, vendor, product, deviceClass,
+                                                   function, data, handle);
+}
+
+int __wrap_libusb_handle_events_timeout(libusb_context* context, timeval* wait) {
+    const bool blocking = wait->tv_sec > 0;  // the bed's own waits are short
+    const int fault = blocking ? faults().handleEventsResult.exchange(0) : 0;
+    return fault != 0 ? fault : __real_libusb_handle_events_timeout(context, wait);
+}
+
+ssize_t __wrap_libusb_get_device_list(libusb_context* context, libusb_device*** list) {
+    if (!isScanningThread()) {
+        return __real_libusb_get_device_list(context, list);
+    }
+    ++faults().lists;
+    const int fault = faults().deviceListResult;
+    if (fault != 0) {
+        return fault;
+    }
+    const ssize_t result = __real_libusb_get_device_list(context, list);
+    const std::function<void()> action = faults().afterList();
+    if (action != nullptr) {
+        action();
+    }
+    return result;
+}
+
+int __wrap_libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor) {
+    const int fault = faults().deviceDescriptorResult;
+    return fault != 0 ? fault : __real_libusb_get_device_descriptor(device, descriptor);
+}
+
+int __wrap_libusb_get_active_config_descriptor(libusb_device* device, libusb_config_descriptor** config) {
+    const int fault = faults().activeConfigResult;
+    return fault != 0 ? fault : __real_libusb_get_active_config_descriptor(device, config);
+}
+
+libusb_device* __wrap_libusb_ref_device(libusb_device* device) {
+    ++faults().references;
+    return __real_libusb_ref_device(device);
+}
+
+void __wrap_libusb_unref_device(libusb_device* device) {
+    --faults().references;
+    __real_libusb_unref_device(device);
+}
+
+int __wrap_libusb_open(libusb_device* device, libusb_device_handle** handle) {
+    ++faults().opens;
+    const int result = __real_libusb_open(device, handle);
+    if (result == 0) {
+        ++faults().handles;
+    }
+    return result;
+}
+
+void __wrap_libusb_close(libusb_device_handle* handle) {
+    --faults().handles;
+    __real_libusb_close(handle);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/**
+ * @file
+ * libusb's functions as the detector calls them: counted, and made to fail where a real bus would seldom do
+ * so.
+ *
+ * The program that links this wraps the functions (--wrap); what a test does not set goes on to libusb.
+ */
+
+#include <libusb-1.0/libusb.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+
+/** Faults and counters of the process. Faults are set before the threads that meet them start. */
+struct UsbFaults {
+    static UsbFaults& instance();
+
+    /** Results in place of libusb's, once each is not 0. */
+    std::atomic<int> initResult{0};
+    std::atomic<int> registerResult{0};
+    /** As registerResult, for the second call-back only. */
+    std::atomic<int> secondRegisterResult{0};
+    std::atomic<int> activeConfigResult{0};
+    std::atomic<int> deviceListResult{0};
+    std::atomic<int> deviceDescriptorResult{0};
+    /** Of the next wait for events only. */
+    std::atomic<int> handleEventsResult{0};
+    std::atomic<bool> noHotplug{false};
+
+    /** Called after each list of devices has been made, on the scanning thread. */
+    void setAfterList(const std::function<void()>& action);
+
+    std::atomic<int> lists{0};       //!< lists of devices asked for
+    std::atomic<int> references{0};  //!< taken less given back, those within lists not counted
+    std::atomic<int> handles{0};     //!< opened less closed
+    std::atomic<int> opens{0};
+    std::atomic<int> contexts{0};  //!< initialised less exited
+    /** References and handles at the last end of a context. */
+    std::atomic<int> referencesAtExit{0};
+    std::atomic<int> handlesAtExit{0};
+
+    std::function<void()> afterList() const;
+
+  private:
+    mutable std::mutex mLock;  // guards mAfterList
+    std::function<void()> mAfterList;
+};

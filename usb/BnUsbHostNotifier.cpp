@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usb/BnUsbHostNotifier.h"
+
+#include <binder/Parcel.h>
+
+#include "common/Assert.h"
+#include "usb/UsbDeviceParcel.h"
+
+namespace usb {
+
+using android::BAD_VALUE;
+using android::OK;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+
+BnUsbHostNotifier::BnUsbHostNotifier(const sp<UsbHostNotifierItf>& impl) : mImpl(impl) {
+    SERVICE_ASSERT(mImpl != nullptr, "impl.get()", "IUsbHostNotifier");
+}
+
+int32_t BnUsbHostNotifier::onEvent(int32_t event, int32_t value) {
+    return mImpl->onEvent(event, value);
+}
+
+int32_t BnUsbHostNotifier::onUsbDeviceAttached(const sp<UsbDeviceItf>& device) {
+    return mImpl->onUsbDeviceAttached(device);
+}
+
+int32_t BnUsbHostNotifier::onUsbDeviceDetached(const sp<UsbDeviceItf>& device) {
+    return mImpl->onUsbDeviceDetached(device);
+}
+
+status_t BnUsbHostNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
+    if (code < kOnEvent || code > kOnUsbDeviceDetached) {
+        return BBinder::onTransact(code, data, reply, flags);
+    }
+    if (!data.checkInterface(this)) {
+        return -1;
+    }
+    int32_t result = 0;
+    if (code == kOnEvent) {
+        int32_t event = 0;
+        int32_t value = 0;
+        if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
+            return BAD_VALUE;
+        }
+        result = onEvent(event, value);
+    } else {
+        const sp<UsbDeviceItf> device = readUsbDevice(data);
+        if (device == nullptr) {
+            return BAD_VALUE;
+        }
+        result = code == kOnUsbDeviceAttached ? onUsbDeviceAttached(device) : onUsbDeviceDetached(device);
+    }
+    return reply != nullptr ? reply->writeInt32(result) : OK;
+}
+
+}  // namespace usb

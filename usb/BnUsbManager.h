@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <binder/IInterface.h>
+#include <utils/Mutex.h>
+#include <utils/String16.h>
+
+#include "common/NotifierRegistry.h"
+#include "usb/IUsbManager.h"
+#include "usb/UsbHostNotifierProxy.h"
+#include "usb/UsbHostNotifierWapper.h"
+#include "usb/UsbManagerImplItf.h"
+#include "usb/UsbManagerNotifierProxy.h"
+#include "usb/UsbManagerNotifierWapper.h"
+
+namespace usb {
+
+class BnUsbManager;
+class UsbHostNotifierDeathRecipient;
+class UsbManagerNotifierDeathRecipient;
+
+/** The USB service's instance of the client registry for events. */
+struct UsbManagerNotifierTraits {
+    using Manager = BnUsbManager;
+    using NotifierItf = UsbManagerNotifierItf;
+    using Wapper = UsbManagerNotifierWapper;
+    using Proxy = UsbManagerNotifierProxy;
+    using DeathRecipient = UsbManagerNotifierDeathRecipient;
+
+    static constexpr const char* kFile = "IUsbManager";
+    static constexpr const char* kAddFunction =
+        "virtual int usb::BnUsbManager::addNotifier(const android::sp<android::IBinder>&)";
+    static constexpr const char* kRemoveFunction =
+        "virtual int usb::BnUsbManager::removeNotifier(const android::sp<android::IBinder>&)";
+
+    static NotifierRegistry<UsbManagerNotifierTraits>& registryOf(BnUsbManager& manager);
+};
+
+/** The USB service's instance of the client registry for devices. */
+struct UsbHostNotifierTraits {
+    using Manager = BnUsbManager;
+    using NotifierItf = UsbHostNotifierItf;
+    using Wapper = UsbHostNotifierWapper;
+    using Proxy = UsbHostNotifierProxy;
+    using DeathRecipient = UsbHostNotifierDeathRecipient;
+
+    static constexpr const char* kFile = "IUsbManager";
+    static constexpr const char* kAddFunction =
+        "virtual int usb::BnUsbManager::addHostNotifier(const android::sp<android::IBinder>&)";
+    static constexpr const char* kRemoveFunction =
+        "virtual int usb::BnUsbManager::removeHostNotifier(const android::sp<android::IBinder>&)";
+
+    static NotifierRegistry<UsbHostNotifierTraits>& registryOf(BnUsbManager& manager);
+};
+
+/** Drops a client's manager notifier when it dies. */
+class UsbManagerNotifierDeathRecipient : public NotifierDeathRecipient<UsbManagerNotifierTraits> {
+  public:
+    using NotifierDeathRecipient::NotifierDeathRecipient;
+
+  protected:
+    ~UsbManagerNotifierDeathRecipient() override = default;
+};
+
+/** Drops a client's host notifier when it dies. */
+class UsbHostNotifierDeathRecipient : public NotifierDeathRecipient<UsbHostNotifierTraits> {
+  public:
+    using NotifierDeathRecipient::NotifierDeathRecipient;
+
+  protected:
+    ~UsbHostNotifierDeathRecipient() override = default;
+};
+
+/**
+ * The service object "UsbManager": unpacks requests for the USB manager's core and keeps the clients'
+ * notifiers of both kinds.
+ *
+ * Any thread, several at once.
+ */
+class BnUsbManager : public android::BnInterface<IUsbManager> {
+  public:
+    /** Serves @p impl and becomes its two notifiers. Aborts the process when it is null. */
+    explicit BnUsbManager(const android::sp<UsbManagerImplItf>& impl);
+
+    int startup() override;
+    int shutdown() override;
+    int addNotifier(const android::sp<android::IBinder>& notifier) override;
+    int removeNotifier(const android::sp<android::IBinder>& notifier) override;
+    int addHostNotifier(const android::sp<android::IBinder>& notifier) override;
+    int removeHostNotifier(const android::sp<android::IBinder>& notifier) override;
+    int configUsbEnumerateScheme(bool oldFirst) override;
+    int configDefaultMode(int mask, bool on) override;
+    int checkAoaModeSupport(uint32_t deviceId) override;
+    int configAoaDescription(const char* file) override;
+    int aoaModeSwitchFilter(const char* serial) override;
+    int configAoaTimeoutAction(bool reset) override;
+    int switchUsbState(int function) override;
+    int configAppleIapNodeName(const char* name) override;
+    int configAppleEanNodeName(const char* name) override;
+    int configKernelAutoRoleSwitch(bool on) override;
+    int appleDeviceRoleSwitch(int deviceId) override;
+    int isAppleCarplaySupport(uint32_t deviceId) override;
+    int configAppleEanStringName(const char* name) override;
+    int setUsbPortPower(int port, bool on) override;
+    int resetUsbPort(int port) override;
+    int getUsbDeviceCount() override;
+    android::sp<UsbDeviceItf> queryUsbDevice(int index) override;
+    int usbDeviceIsActived(int port) override;
+    int postTestMessage(int what) override;
+    int switchPortChargingMode(int port, int mode) override;
+    int getPortChargingMode(int port) override;
+    int setMaxHubTier(int tier) override;
+    int addUnsupportedClass(int interfaceClass) override;
+    int removeUnsupportedClass(int interfaceClass) override;
+    int setCertificationMode(int mode) override;
+    int getCertificationMode() override;
+
+    /**
+     * Writes the service's state to @p fd in one write: the registered manager notifiers when the first of
+     * @p args is "notifier", else the core's dump. Host notifiers are not listed.
+     * @return OK
+     */
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
+
+    /**
+     * Every reply begins with an int32 0, also those of the base class's transactions. A text or a binder
+     * that the request lacks is null to the operation.
+     * @return -1 when the request is not for this interface; an error status when a number of it is cut short
+     */
+    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
+                                 uint32_t flags = 0) override;
+
+  protected:
+    ~BnUsbManager() override = default;
+
+  private:
+    friend struct UsbManagerNotifierTraits;
+    friend struct UsbHostNotifierTraits;
+
+    android::status_t dispatch(uint32_t code, const android::Parcel& data, android::Parcel& reply);
+    android::status_t dispatchText(uint32_t code, const char* text, android::Parcel& reply);
+    android::status_t dispatchNumber(uint32_t code, int32_t value, android::Parcel& reply);
+    android::status_t dispatchNumbers(uint32_t code, int32_t first, int32_t second, android::Parcel& reply);
+    android::status_t replyUsbDevice(int32_t index, android::Parcel& reply);
+
+    const android::sp<UsbManagerNotifierProxy> mNotifierProxy;
+    const android::sp<UsbHostNotifierProxy> mHostNotifierProxy;
+    /** Guards the entries of mNotifiers and mHostNotifiers. Taken before the proxies' locks. */
+    android::Mutex mLock;
+    NotifierRegistry<UsbManagerNotifierTraits> mNotifiers;
+    NotifierRegistry<UsbHostNotifierTraits> mHostNotifiers;
+    const android::sp<UsbManagerImplItf> mImpl;
+};
+
+}  // namespace usb

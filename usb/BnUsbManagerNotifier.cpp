@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "usb/BnUsbManagerNotifier.h"
+
+#include <binder/Parcel.h>
+
+#include "common/Assert.h"
+
+namespace usb {
+
+using android::BAD_VALUE;
+using android::OK;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+
+BnUsbManagerNotifier::BnUsbManagerNotifier(const sp<UsbManagerNotifierItf>& impl) : mImpl(impl) {
+    SERVICE_ASSERT(mImpl != nullptr, "impl.get()", "IUsbManagerNotifier");
+}
+
+int32_t BnUsbManagerNotifier::onEvent(int32_t event, int32_t value) {
+    return mImpl->onEvent(event, value);
+}
+
+status_t BnUsbManagerNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
+    if (code != kOnEvent) {
+        return BBinder::onTransact(code, data, reply, flags);
+    }
+    if (!data.checkInterface(this)) {
+        return -1;
+    }
+    int32_t event = 0;
+    int32_t value = 0;
+    if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
+        return BAD_VALUE;
+    }
+    const int32_t result = onEvent(event, value);
+    return reply != nullptr ? reply->writeInt32(result) : OK;
+}
+
+}  // namespace usb

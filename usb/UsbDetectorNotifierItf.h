@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <utils/RefBase.h>
+
+#include "usb/UsbDeviceItf.h"
+
+namespace usb {
+
+/**
+ * Hears what the detector finds.
+ *
+ * All operations run on the detector's queue thread, one at a time and with no lock held: they may ask the
+ * detector anything. The list of devices has changed already when the operation is called.
+ */
+class UsbDetectorNotifierItf : public virtual android::RefBase {
+  public:
+    /** Events of onNotify(), numbered by contract. */
+    enum Event : int {
+        kEventHubTooDeep = 1,
+        kEventTooManyDevices = 9,
+    };
+
+    /** @p device, a hub included, is listed now. @return 0; anything else is logged and changes nothing */
+    virtual int onAttach(const android::sp<UsbDeviceItf>& device) = 0;
+
+    /** @p device is listed no more. @return 0; anything else is logged and changes nothing */
+    virtual int onDetach(const android::sp<UsbDeviceItf>& device) = 0;
+
+    /**
+     * Something happened that is not about one listed device.
+     *
+     * @param event  an Event
+     * @param arg    0
+     * @return 0; anything else is logged for kEventHubTooDeep and changes nothing
+     */
+    virtual int onNotify(int event, int arg) = 0;
+
+  protected:
+    ~UsbDetectorNotifierItf() override = default;
+};
+
+}  // namespace usb

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "VolumeDetector"
+
+#include "volume/VolumeMbr.h"
+
+#include <log/log.h>
+
+namespace volume {
+
+using android::String8;
+
+VolumeMbr::VolumeMbr() : VolumeMbr(String8("unknown")) {}
+
+VolumeMbr::VolumeMbr(const String8& path) : mPath(path) {}
+
+void VolumeMbr::dump() const {
+    ALOGI("----dump MBR start----");
+    ALOGI("mbr path         [%s]", mPath.string());
+    ALOGI("uuid             [%s]", mUuid.string());
+    ALOGI("type             [%s]", mType.string());
+    ALOGI("volume count     [%d]", mVolumeCount);
+    ALOGI("----dump MBR end----");
+}
+
+}  // namespace volume
