@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "common/DumpText.h"
+#include "common/QueueStart.h"
 #include "device/DeviceManagerMessageHandler.h"
 #include "device/DeviceManagerObserverNotifier.h"
 
@@ -22,8 +23,6 @@ using android::Vector;
 namespace {
 
 constexpr int kQueueTimeoutMillis = 100;
-/** Each waits about 100 ms at most. */
-constexpr int kQueueStartAttempts = 50;
 
 /** The subsystems whose devices are listed; a null entry ends the table. */
 constexpr const char* sSubsystem[] = {"block", "usb", "usb_device", "mmc", nullptr};
@@ -72,7 +71,7 @@ int DeviceManagerImpl::startup() {
     switch (current) {
         case kShutDown:
             // The uevent thread posts to the queue: it starts only when the queue can take messages.
-            if (startQueue()) {
+            if (startQueue(mMessageQueue)) {
                 mObserver->start();
                 setState(kStarted);
             }
@@ -197,16 +196,6 @@ int32_t DeviceManagerImpl::state() const {
 void DeviceManagerImpl::setState(int32_t state) {
     Mutex::Autolock lock(mLock);
     mState = state;
-}
-
-bool DeviceManagerImpl::startQueue() {
-    // A start that ran out of its wait has logged so; on a loaded unit the thread may still be on its way.
-    for (int attempt = 0; attempt < kQueueStartAttempts; ++attempt) {
-        if (mMessageQueue->start()) {
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace device

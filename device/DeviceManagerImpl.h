@@ -71,8 +71,6 @@ class DeviceManagerImpl : public DeviceManagerImplItf {
     friend class DeviceManagerObserverNotifier;
     friend class DeviceMessageHandler;
 
-    bool startQueue();
-
     /** Written once before clients can register, read without a lock. */
     android::sp<DeviceManagerNotifierItf> mNotifier;
     /**

@@ -16,7 +16,7 @@ from . import kernel
 from .control import ControlServer, ask
 from .errors import HeadunitError
 from .machine import Machine
-from .media import FILE_SYSTEMS
+from .media import FILE_SYSTEMS, TABLES
 from .paths import LOGS, ROOT
 from .peripherals import Peripherals
 from .ports import PortMap
@@ -82,7 +82,9 @@ def _shell(arguments: argparse.Namespace) -> int:
 def _plug(arguments: argparse.Namespace) -> int:
     chosen = {"size_mib": arguments.size, "fs": arguments.fs, "bus": arguments.bus,
               "behind": arguments.behind, "product": arguments.product, "manner": arguments.manner,
-              "partitioned": False if arguments.whole else None}
+              "table": arguments.table, "label": arguments.label,
+              "partitioned": False if arguments.whole else None,
+              "write_protected": True if arguments.write_protected else None}
     options = {key: value for key, value in chosen.items() if value is not None}
     answer = ask({"op": "plug", "kind": arguments.kind, "options": options})
     name = answer["name"]
@@ -140,7 +142,10 @@ def _parser() -> argparse.ArgumentParser:
     plug.add_argument("kind", choices=tuple(Peripherals.KINDS), metavar="KIND", help="one of the kinds below")
     plug.add_argument("--size", type=int, metavar="MIB", help="size of a stick or card (64)")
     plug.add_argument("--fs", choices=FILE_SYSTEMS, help="file system of a stick or card (vfat)")
-    plug.add_argument("--whole", action="store_true", help="without a partition table")
+    plug.add_argument("--table", choices=TABLES, help="partition table of a stick or card (dos)")
+    plug.add_argument("--whole", action="store_true", help="without a partition table, as --table none")
+    plug.add_argument("--label", help="label of its file system (HEADUNIT)")
+    plug.add_argument("--write-protected", action="store_true", help="a stick that cannot be written")
     plug.add_argument("--bus", choices=tuple(PortMap.BUSES), help="USB host controller (ehci)")
     plug.add_argument("--behind", metavar="HUB", help="plug into this hub, for example hub1")
     plug.add_argument("--product", type=_number, metavar="NUMBER",

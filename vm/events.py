@@ -17,7 +17,8 @@ FOR_EVER = 1e8  # seconds
 
 @dataclass(frozen=True)
 class Event:
-    """One device event. time is the wall clock at which the client got it."""
+    """One event of a device or a volume (subsystem "volume", its access path, its attributes). time is the wall
+    clock at which the client got it."""
 
     name: str
     time: float
@@ -28,7 +29,19 @@ class Event:
     @property
     def node(self) -> str:
         """The device's name in /dev, or the last part of its path."""
-        return self.params.get("DEVNAME", "") or self.path.rsplit("/", 1)[-1]
+        return self.params.get("DEVNAME", "") or self.params.get("name", "") or self.path.rsplit("/", 1)[-1]
+
+    @property
+    def what(self) -> str:
+        """What kind of thing it is, and its node."""
+        kind = self.params.get("DEVTYPE", "") or self.params.get("format", "")
+        return ", ".join(part for part in (kind, self.node) if part)
+
+    @property
+    def where(self) -> str:
+        """The device's path, or under which path the volume's files are, with its label."""
+        label = self.params.get("label", "")
+        return f"{self.path} {label!a}" if label else self.path
 
 
 @dataclass(frozen=True)
@@ -104,17 +117,19 @@ class EventTable:
             what = f"{fields.get('service', '')} {fields.get('state', '')}"
             print(f"{moment}  {'service':<15} {what}", flush=True)
             return
-        if fields.get("event") not in ("device-added", "device-removed"):
-            return
-        params = fields.get("params")
         sent = fields.get("time")
-        named = params if isinstance(params, dict) else {}
-        event = Event(str(fields["event"]), float(sent) if isinstance(sent, (int, float)) else received,
-                      str(fields.get("subsystem", "")), str(fields.get("path", "")),
-                      {str(key): str(value) for key, value in named.items()})
-        kind = event.params.get("DEVTYPE", "")
-        what = ", ".join(part for part in (kind, event.node) if part)
-        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {what:<28} {event.path}",
+        moment_told = float(sent) if isinstance(sent, (int, float)) else received
+        if fields.get("event") in ("volume-added", "volume-removed"):
+            attributes = {key: str(value) for key, value in fields.items() if key not in ("event", "time")}
+            event = Event(str(fields["event"]), moment_told, "volume", attributes.get("access_path", ""), attributes)
+        elif fields.get("event") in ("device-added", "device-removed"):
+            params = fields.get("params")
+            named = params if isinstance(params, dict) else {}
+            event = Event(str(fields["event"]), moment_told, str(fields.get("subsystem", "")),
+                          str(fields.get("path", "")), {str(key): str(value) for key, value in named.items()})
+        else:
+            return
+        print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {event.what:<28} {event.where}",
               flush=True)
         with self._changed:
             self._events.append(event)

@@ -21,7 +21,7 @@ BOOT_MODULES = ("virtio_pci", "9pnet_virtio", "9p", "overlay", "virtio_console")
 # here since reading each through 9p would cost more than unpacking them together.
 UNIT_MODULES = (
     "binder_linux", "ehci_pci", "uhci_hcd", "ohci_pci", "xhci_pci", "usb_storage", "uas", "sd_mod",
-    "sdhci_pci", "mmc_block", "vfat", "nls_ascii", "nls_cp437", "exfat", "ext4", "loop",
+    "sdhci_pci", "mmc_block", "vfat", "nls_ascii", "nls_cp437", "exfat", "ext4", "isofs", "nls_utf8", "loop",
 )
 
 _INIT = """#!/bin/busybox sh

@@ -48,19 +48,22 @@ class Peripherals:
         self._kinds: dict[str, Callable[..., Plugged]] = {
             "stick": self._plug_stick, "card": self._plug_card, "hub": self._plug_hub,
             "keyboard": self._plug_keyboard, "serial": self._plug_serial, "mtp": self._plug_mtp,
+            "reader": self._plug_reader,
             **{kind: functools.partial(self._plug_player, kind) for kind in usbmodels.MODELS},
         }
 
     # Each with the words that tell a user what it is.
     KINDS = {
-        "stick": "a USB memory stick", "card": "a card in the reader", "hub": "a USB hub with 8 ports",
-        "keyboard": "a USB keyboard", "serial": "a USB serial adapter", "mtp": "a USB media player",
+        "stick": "a USB memory stick", "card": "a card in the reader", "reader": "a USB card reader without a card",
+        "hub": "a USB hub with 8 ports", "keyboard": "a USB keyboard", "serial": "a USB serial adapter",
+        "mtp": "a USB media player",
         **{kind: model.help for kind, model in usbmodels.MODELS.items()},
     }
 
     def plug(self, kind: str, **options: Any) -> Plugged:
-        """Plugs in one of KINDS. Options: size_mib, fs, partitioned and label for media; bus ("ehci", "xhci")
-        and behind (the name of a hub) for USB; product and manner for what vm/usbmodels.py describes."""
+        """Plugs in one of KINDS. Options: those of media.make() for a stick or a card, or image, a file that is
+        removed with it; write_protected for a stick; bus ("ehci", "xhci") and behind (the name of a hub) for
+        USB; product and manner for what vm/usbmodels.py describes."""
         with self._lock:
             action = self._kinds.get(kind)
             if action is None:
@@ -108,12 +111,12 @@ class Peripherals:
         for name in [*reversed(behind), plugged.name]:
             self._plugged.pop(name).remove()
 
-    def _image(self, name: str, **options: Any) -> Path:
-        return media.make(self._work / f"{name}.img", **options)
+    def _image(self, name: str, image: Path | None = None, **options: Any) -> Path:
+        return image or media.make(self._work / f"{name}.img", **options)
 
-    def _open_image(self, name: str, image: Path) -> None:
-        self._qmp.execute("blockdev-add", node_name=name, driver="raw",
-                          file={"driver": "file", "filename": str(image)})
+    def _open_image(self, name: str, image: Path, read_only: bool = False) -> None:
+        self._qmp.execute("blockdev-add", node_name=name, driver="raw", read_only=read_only,
+                          file={"driver": "file", "filename": str(image), "read-only": read_only})
 
     def _close_image(self, name: str, image: Path) -> None:
         self._qmp.execute("blockdev-del", node_name=name)
@@ -142,12 +145,20 @@ class Peripherals:
         self._qmp.execute("device_del", id=name)
         self._qmp.wait_event("DEVICE_DELETED", lambda data: data.get("device") == name, UNPLUG_LIMIT)
 
-    def _plug_stick(self, name: str, bus: str = "ehci", behind: str | None = None, **options: Any) -> Plugged:
+    def _plug_stick(self, name: str, bus: str = "ehci", behind: str | None = None,
+                    write_protected: bool = False, **options: Any) -> Plugged:
         image = self._image(name, **options)
-        self._open_image(name, image)
+        self._open_image(name, image, write_protected)
         return self._plug_usb(name, "stick", "usb-storage", bus, behind,
                               lambda: self._close_image(name, image), drive=name, removable=True,
                               serial=f"HEADUNIT-{name}")
+
+    def _plug_reader(self, name: str, bus: str = "ehci", behind: str | None = None) -> Plugged:
+        """A card reader at USB without a card in it."""
+        slot = f"{name}-slot"
+        self._qmp.execute("human-monitor-command", command_line=f"drive_add 0 if=none,id={slot}")
+        return self._plug_usb(name, "reader", "usb-storage", bus, behind, lambda: None, drive=slot,
+                              removable=True, serial=f"HEADUNIT-{name}")
 
     def _plug_hub(self, name: str, bus: str = "ehci", behind: str | None = None) -> Plugged:
         return self._plug_usb(name, "hub", "usb-hub", bus, behind, lambda: None)
@@ -173,13 +184,16 @@ class Peripherals:
         return Plugged(name, kind, place, lambda: self._player.unplug(name, process),
                        lambda: UsbPlayer.said(name, process))
 
-    def _plug_card(self, name: str, size_mib: int = 64, **options: Any) -> Plugged:
+    def _plug_card(self, name: str, size_mib: int = 64, image: Path | None = None,
+                   **options: Any) -> Plugged:
         taken = next((other.name for other in self._plugged.values() if other.kind == "card"), None)
         if taken:
             raise HeadunitError(f"the card slot is taken by {taken}")
+        if image is not None:
+            size_mib = image.stat().st_size // media.MIB
         if size_mib & (size_mib - 1):
             raise HeadunitError(f"a card of {size_mib} MiB does not exist: choose a power of 2")
-        image = self._image(name, size_mib=size_mib, **options)
+        image = self._image(name, image, size_mib=size_mib, **options)
         self._open_image(name, image)
         self._qmp.execute("blockdev-open-tray", id=CARD_DEVICE, force=True)
         self._qmp.execute("blockdev-insert-medium", id=CARD_DEVICE, node_name=name)

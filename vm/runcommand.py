@@ -21,6 +21,8 @@ WATCH_STEP = 0.5    # seconds between two looks at daemon and machine
 STICK = {"size_mib": 64, "fs": "vfat", "label": "STICK"}
 CARD = {"size_mib": 64, "fs": "vfat", "label": "CARD"}
 STICK_NODES = [("block", r"sd[a-z]+"), ("block", r"sd[a-z]+1"), ("usb", r"bus/usb/\d+/\d+")]
+STICK_VOLUMES = [("volume", r"sd[a-z]+1")]
+CARD_VOLUMES = [("volume", r"mmcblk\d+p1")]
 CARD_NODES = [("mmc", r"mmc\d+:[0-9a-f]+"), ("block", r"mmcblk\d+"), ("block", r"mmcblk\d+p1")]
 
 
@@ -50,10 +52,10 @@ class Run:
 
     def _show(self, seconds: float | None, interactive: bool) -> None:
         begin = time.monotonic()
-        stick = self._plug("stick", STICK, STICK_NODES)
-        card = self._plug("card", CARD, CARD_NODES)
-        self._unplug(stick, STICK_NODES)
-        self._unplug(card, CARD_NODES)
+        stick = self._plug("stick", STICK, STICK_NODES, STICK_VOLUMES)
+        card = self._plug("card", CARD, CARD_NODES, CARD_VOLUMES)
+        self._unplug(stick, STICK_NODES, STICK_VOLUMES)
+        self._unplug(card, CARD_NODES, CARD_VOLUMES)
         say("all expected events came")
         if seconds is None and not interactive:
             return
@@ -67,21 +69,23 @@ class Run:
         except KeyboardInterrupt:
             print(flush=True)
 
-    def _plug(self, kind: str, options: dict[str, object], nodes: list[tuple[str, str]]) -> str:
+    def _plug(self, kind: str, options: dict[str, object], nodes: list[tuple[str, str]],
+              volumes: list[tuple[str, str]]) -> str:
         since = self._table.count()
         plugged = self._machine.peripherals.plug(kind, **options)
         say(f"plugged {plugged.name} into {plugged.place} ({options['size_mib']} MiB, {options['fs']})")
-        self._expect("device-added", nodes, since)
+        self._expect("added", nodes, volumes, since)
         return plugged.name
 
-    def _unplug(self, name: str, nodes: list[tuple[str, str]]) -> None:
+    def _unplug(self, name: str, nodes: list[tuple[str, str]], volumes: list[tuple[str, str]]) -> None:
         since = self._table.count()
         say(f"pull out {name}")
         self._machine.peripherals.unplug(name)
-        self._expect("device-removed", nodes, since)
+        self._expect("removed", nodes, volumes, since)
 
-    def _expect(self, event: str, nodes: list[tuple[str, str]], since: int) -> None:
-        expected = [Expected(event, subsystem, node) for subsystem, node in nodes]
+    def _expect(self, change: str, nodes: list[tuple[str, str]], volumes: list[tuple[str, str]], since: int) -> None:
+        expected = [Expected(f"device-{change}", subsystem, node) for subsystem, node in nodes]
+        expected += [Expected(f"volume-{change}", subsystem, node) for subsystem, node in volumes]
         missing = self._table.wait(expected, since, EVENT_LIMIT)
         if missing:
             self._check()

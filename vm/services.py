@@ -13,6 +13,7 @@ from .guestlink import Completed, Guest, GuestProcess
 
 START_LIMIT = 60.0  # seconds
 POLL_STEP = 0.1     # seconds between two looks at what cannot be waited for
+SERVICES = ("DeviceManager", "VolumeManager")  # of the daemon, in the order of their registration
 
 
 class Services:
@@ -32,11 +33,11 @@ class Services:
         return str(path)
 
     def start(self) -> None:
-        """Starts service manager and daemon; returns once the daemon's first service is registered."""
+        """Starts service manager and daemon; returns once all of the daemon's services are registered."""
         self.manager = self._guest.spawn([self.program("servicemanager")])
         self.wait_services_reply()
         self.daemon = self._guest.spawn([self.program("device-service")])
-        self.wait_service("DeviceManager")
+        self.wait_daemon()
 
     def start_managers(self) -> None:
         """Tells the daemon's managers to begin."""
@@ -47,14 +48,20 @@ class Services:
         return self._guest.run([self.program("devicectl"), *arguments], timeout, check=check)
 
     def monitor(self) -> GuestProcess:
-        """A client process that prints what it hears as JSON lines, registered when this returns."""
+        """A client process that prints what it hears as JSON lines, registered with every service when this returns."""
         client = self._guest.spawn([self.program("devicectl"), "monitor", "--json"])
-        client.wait_for(r'"event"\s*:\s*"service".*"up"', START_LIMIT, stream="stdout")
+        # The device manager's registration is the last one.
+        client.wait_for(r'"event":"service".*"DeviceManager","state":"up"', START_LIMIT, stream="stdout")
         return client
 
     def wait_services_reply(self) -> None:
         """Waits until the service manager answers at all."""
         self._poll(lambda listed: listed.returncode == 0, "the service manager did not answer")
+
+    def wait_daemon(self) -> None:
+        """Waits until the service manager lists every service of the daemon."""
+        for name in SERVICES:
+            self.wait_service(name)
 
     def wait_service(self, name: str) -> None:
         """Waits until the service manager lists the name."""

@@ -49,6 +49,7 @@ class GuestTestCase(unittest.TestCase):
     """A file's tests on one machine. After each test everything that it started or plugged is gone."""
 
     machine_options: dict[str, Any] = {}  # what a class wants from its Machine
+    has_failed = False  # known as soon as it is, before the clean-ups
     session: Session
     machine: Machine
 
@@ -180,6 +181,7 @@ class EvidenceResult(unittest.TextTestResult):
     def _name_evidence(self, test: unittest.TestCase, reports: list[Any]) -> None:
         if not isinstance(test, GuestTestCase):
             return
+        test.has_failed = True
         try:
             note = f"evidence: {test.keep_evidence()}"
         except (HeadunitError, OSError) as error:

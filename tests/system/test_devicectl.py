@@ -16,7 +16,10 @@ OK, FAILED, USAGE, NO_SERVICE, DAEMON_DIED, NO_DRIVER = range(6)
 
 # Each command in a form that is right, without and with an answer in JSON.
 COMMANDS = (("start",), ("stop",), ("device", "get", "block", "sda"), ("device", "ancestors", "/devices/x"),
-            ("device", "controller", "usb", "0"), ("monitor", "--for", "1"), ("dump", "DeviceManager"), ("services",))
+            ("device", "controller", "usb", "0"), ("volumes",), ("monitor", "--for", "1"),
+            ("dump", "DeviceManager"), ("services",))
+# The service that a command asks first, if it is not the device manager's.
+FIRST_ASKED = {("start",): "VolumeManager", ("volumes",): "VolumeManager", ("monitor", "--for", "1"): "VolumeManager"}
 INJECTED_A_SECOND = 200  # slow enough for the daemon to lose none
 DISK = "/devices/virtual/inject/disk"
 
@@ -52,7 +55,10 @@ class ClientTestCase(GuestTestCase):
         return process
 
     def told(self, process: GuestProcess) -> list[dict[str, Any]]:
-        return [json.loads(line.text) for line in process.lines("stdout")]
+        """What a monitor said of devices, and of the device manager."""
+        everything = [json.loads(line.text) for line in process.lines("stdout")]
+        return [entry for entry in everything if entry["event"].startswith("device-")
+                or entry.get("service") == "DeviceManager"]
 
     def states(self, process: GuestProcess) -> list[str]:
         return [entry["state"] for entry in self.told(process) if entry["event"] == "service"]
@@ -87,22 +93,25 @@ class ClientTestCase(GuestTestCase):
 
     def restart_daemon(self) -> None:
         self.services.daemon = self.spawn([self.program("device-service")])
-        self.services.wait_service("DeviceManager")
+        self.services.wait_daemon()
 
 
 class Commands(ClientTestCase):
     def test_start_and_stop(self) -> None:
         self.start_services(start_managers=False)
-        self.assertEqual("device: started\n", self.ctl("start").text)
+        self.assertEqual("volume: started\ndevice: started\n", self.ctl("start").text)
         self.assertEqual("device: started\n", self.ctl("start", "device").text, "a second start is harmless")
         monitor = self.monitor()
         self.inject("add", DISK, "DEVNAME=sdx")
         wait_until(lambda: len(self.told(monitor)) == 2, "the event of a started manager")
-        self.assertEqual("device: stopped\n", self.ctl("stop").text)
+        self.assertEqual("device: stopped\nvolume: stopped\n", self.ctl("stop").text)
         self.inject("add", DISK + "2", "DEVNAME=sdy")
         self.ctl("device", "get", "block", "sdy", status=FAILED)
         managers = [{"name": "device", "service": "DeviceManager", "result": 0}]
-        self.assertEqual({"action": "stop", "managers": managers}, self.answer("stop"))
+        volume = [{"name": "volume", "service": "VolumeManager", "result": 0}]
+        self.assertEqual({"action": "stop", "managers": managers + volume}, self.answer("stop"))
+        self.assertEqual({"action": "start", "managers": volume}, self.answer("start", "volume"))
+        self.assertEqual({"action": "stop", "managers": volume}, self.answer("stop", "volume"))
         self.assertEqual({"action": "start", "managers": managers}, self.answer("start", "device"))
         self.inject("add", DISK + "3", "DEVNAME=sdz")
         wait_until(lambda: len(self.told(monitor)) == 4, "the events of the second start")
@@ -179,10 +188,11 @@ class Commands(ClientTestCase):
 
     def test_services(self) -> None:
         self.start_services()
-        self.assertEqual("DeviceManager  alive\n", self.ctl("services").text)
-        self.assertEqual({"services": [{"name": "DeviceManager", "state": "alive"}]}, self.answer("services"))
+        names = ("DeviceManager", "VolumeManager")
+        self.assertEqual("".join(f"{name}  alive\n" for name in names), self.ctl("services").text)
+        self.assertEqual({"services": [{"name": name, "state": "alive"} for name in names]}, self.answer("services"))
         self.daemon.kill(signal.SIGSTOP)
-        self.assertEqual("DeviceManager  silent\n", self.ctl("services").text)
+        self.assertEqual("".join(f"{name}  silent\n" for name in names), self.ctl("services").text)
         self.daemon.kill(signal.SIGCONT)
         self.kill_daemon()
         wait_until(lambda: self.answer("services") == {"services": []}, "the dead service to be dropped")
@@ -195,7 +205,9 @@ class Commands(ClientTestCase):
                     done = self.ctl(*line, status=None)
                     self.assertIn(done.returncode, (OK, FAILED))
                     objects = [json.loads(text) for text in done.stdout.splitlines()]
-                    self.assertEqual([dict], [type(value) for value in objects])
+                    # A monitor says first that it hears each of the two services.
+                    expected = 2 if command[0] == "monitor" else 1
+                    self.assertEqual([dict] * expected, [type(value) for value in objects])
 
 
 class ExitStatus(ClientTestCase):
@@ -217,7 +229,8 @@ class ExitStatus(ClientTestCase):
         for command in COMMANDS[:-1]:
             with self.subTest(command=command):
                 done = self.ctl(*command, status=NO_SERVICE, timeout=10.0)
-                self.assertIn("service DeviceManager is not registered: start device-service", done.error_text)
+                asked = FIRST_ASKED.get(command, "DeviceManager")
+                self.assertIn(f"service {asked} is not registered: start device-service", done.error_text)
         self.assertIn("service Other is not registered", self.ctl("dump", "Other", status=NO_SERVICE).error_text)
         self.assertEqual("", self.ctl("services").text)
 
@@ -253,7 +266,8 @@ class ExitStatus(ClientTestCase):
                 begin = time.monotonic()
                 done = self.ctl(*command, "--timeout", "1", status=FAILED)
                 self.assertLess(time.monotonic() - begin, 10.0)
-                self.assertIn("no answer from DeviceManager within 1 s", done.error_text)
+                asked = FIRST_ASKED.get(command, "DeviceManager")
+                self.assertIn(f"no answer from {asked} within 1 s", done.error_text)
 
     def test_service_manager_that_does_not_answer(self) -> None:
         self.start_services()
@@ -272,8 +286,12 @@ class Monitors(ClientTestCase):
         begin = float(self.run_guest(["date", "+%s.%N"], check=True).text)
         stick = self.plug("stick")
         monitor.wait_for(r'"device-added".*"DEVTYPE":"partition"', LIMIT)
+        for process, line in ((monitor, r'"volume-added".*"name":"sda1"'), (human, "added +volume +sda1 ")):
+            process.wait_for(line, LIMIT, stream="stdout")
         self.unplug(stick.name)
         monitor.wait_for(r'"device-removed".*"DEVTYPE":"usb_device"', LIMIT)
+        for process, line in ((monitor, r'"volume-removed".*"name":"sda1"'), (human, "removed +volume +sda1 ")):
+            process.wait_for(line, LIMIT, stream="stdout")
         end = float(self.run_guest(["date", "+%s.%N"], check=True).text)
         monitor.kill(signal.SIGTERM)
         self.assertEqual(OK, monitor.wait(LIMIT))
@@ -290,8 +308,12 @@ class Monitors(ClientTestCase):
         human.kill(signal.SIGINT)
         self.assertEqual(OK, human.wait(LIMIT))
         lines = [line.text for line in human.lines("stdout")]
-        self.assertEqual(len(added), sum("  added    " in line for line in lines))
-        self.assertEqual(len(removed), sum("  removed  " in line for line in lines))
+        volume = "volume              sda1            /media/sda1     vfat "
+        self.assertEqual(len(added), sum("  added    " in line and volume not in line for line in lines))
+        self.assertEqual(len(removed), sum("  removed  " in line and " volume  " not in line for line in lines))
+        self.assertEqual(1, sum(f"  added    {volume}" in line for line in lines))
+        self.assertEqual(1, sum("  removed  volume              sda1 " in line for line in lines))
+        self.assertIn("    mount_path=/mnt/sda1", lines)
         self.assertIn("    DEVTYPE=disk", lines)
         self.assertEqual([], human.lines("stderr") + monitor.lines("stderr"))
 
@@ -400,7 +422,7 @@ class Monitors(ClientTestCase):
         self.start_services()
         monitor = self.monitor("--count", "1")
         human = self.spawn([self.program("devicectl"), "monitor", "--properties", "--count", "1"], name="human")
-        human.wait_for("reports to this monitor", LIMIT, stream="stdout")
+        human.wait_for("DeviceManager reports to this monitor", LIMIT, stream="stdout")
         script = (f"exec {self.program('uevent-inject')} --path '/devices/virtual/'$'\\xff\\e[2J' "
                   "'DEVNAME=s'$'\\e]0;x\\a\\xfe\\n\"d'")
         self.run_guest(["bash", "-c", script], check=True)
