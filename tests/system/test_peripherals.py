@@ -22,8 +22,8 @@ ANDROID = (usbmodels.GOOGLE, 0x4EE1)
 
 class Peripherals(GuestTestCase):
     @classmethod
-    def setUpClass(cls) -> None:
-        super().setUpClass()
+    def boot(cls) -> None:
+        super().boot()
         cls.machine.peripherals.prepare_virtual_bus()
 
     def devices(self) -> dict[str, dict[str, Any]]:
