@@ -18,6 +18,8 @@
 #include "device/DeviceObserver.h"
 #include "usb/BnUsbManager.h"
 #include "usb/UsbManagerImpl.h"
+#include "volume/BnVolumeManager.h"
+#include "volume/VolumeManagerImpl.h"
 
 using android::defaultServiceManager;
 using android::IPCThreadState;
@@ -46,6 +48,9 @@ int main() {
     const sp<device::DeviceManagerImpl> deviceManager = new device::DeviceManagerImpl(deviceObserver);
     const sp<device::BnDeviceManager> deviceService = new device::BnDeviceManager(deviceManager);
 
+    const sp<volume::VolumeManagerImpl> volumeManager = new volume::VolumeManagerImpl(ueventObserver);
+    const sp<volume::BnVolumeManager> volumeService = new volume::BnVolumeManager(volumeManager);
+
     const sp<usb::UsbManagerImpl> usbManager = new usb::UsbManagerImpl(ueventObserver);
     const sp<usb::BnUsbManager> usbService = new usb::BnUsbManager(usbManager);
 
@@ -55,6 +60,7 @@ int main() {
         return EX_UNAVAILABLE;
     }
     defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
+    defaultServiceManager()->addService(String16(volume::IVolumeManager::kServiceName), volumeService, false);
     defaultServiceManager()->addService(String16(usb::IUsbManager::kServiceName), usbService, false);
 
     ALOGE("device service is starting.....");

@@ -83,6 +83,7 @@ std::optional<String8> textOf(const char* text) {
 
 int BlockProbe::read(const String8& path) {
     mValues.clear();
+    mTableIsEmpty = false;
     const Descriptor device(openWhenReady(path.string()));
     if (device.get() < 0) {
         ALOGE("open device path: %s error[%s]\n", path.string(), strerror(errno));
@@ -119,16 +120,20 @@ int BlockProbe::readDevice(int fd) {
             mValues.add({textOf(name), textOf(value)});
         }
     }
+    // Last: it makes the probe forget its values.
+    const blkid_partlist table = blkid_probe_get_partitions(probe.get());
+    mTableIsEmpty = table != nullptr && blkid_partlist_numof_partitions(table) == 0;
     return 0;
 }
 
 bool BlockProbe::isDisk() const {
+    bool hasTable = false;
+    bool isExfat = false;
     for (const ProbedValue& value : mValues) {
-        if (value.name == String8("PTTYPE")) {
-            return true;
-        }
+        hasTable = hasTable || value.name == String8("PTTYPE");
+        isExfat = isExfat || (value.name == String8("TYPE") && value.value == String8("exfat"));
     }
-    return false;
+    return hasTable && !(isExfat && mTableIsEmpty);
 }
 
 }  // namespace volume

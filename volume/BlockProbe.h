@@ -31,7 +31,12 @@ class BlockProbe {
      */
     int read(const android::String8& path);
 
-    /** Whether the device has a partition table, so that it is a disk and no volume. */
+    /**
+     * Whether the device has a partition table, so that it is a disk and no volume.
+     *
+     * libblkid before 2.39 takes the boot sector of exFAT for a DOS table without entries: exFAT under a
+     * table without entries is a volume.
+     */
     bool isDisk() const;
 
     /** In libblkid's order. */
@@ -40,6 +45,8 @@ class BlockProbe {
   private:
     int readDevice(int fd);
 
+    /** Whether a partition table was found that has no entry. */
+    bool mTableIsEmpty = false;
     android::Vector<ProbedValue> mValues;
 };
 
