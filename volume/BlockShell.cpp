@@ -4,6 +4,7 @@
 #include "volume/BlockShell.h"
 
 #include <log/log.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -61,6 +62,10 @@ void rescanDevice(const String8& sysPath) {
         return;
     }
     const String8 device(sysPath.string(), sysPath.length() - kBlockSuffixLength);
+    if (access(device.string(), F_OK) != 0) {
+        // A disk with another kind of name; `find` would complain to the log.
+        return;
+    }
     const String8 attribute = firstLineOf(String8::format("find %s -name rescan", device.string()));
     if (isPlainPath(attribute.string())) {
         run(String8("echo 1 > ") + attribute);

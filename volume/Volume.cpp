@@ -5,6 +5,8 @@
 
 #include <log/log.h>
 
+#include "volume/PrintableText.h"
+
 namespace volume {
 
 using android::Mutex;
@@ -65,11 +67,11 @@ void Volume::dump() const {
     ALOGI("----dump volume start----");
     ALOGI("name             [%s]", mName.string());
     ALOGI("device path      [%s]", mDevicePath.string());
-    ALOGI("uuid             [%s]", mUuid.string());
-    ALOGI("label            [%s]", mLabel.string());
-    ALOGI("partition uuid   [%s]", mPartitionUuid.string());
-    ALOGI("partition label  [%s]", mPartitionLabel.string());
-    ALOGI("format           [%s]", mFormat.string());
+    ALOGI("uuid             [%s]", printableText(mUuid.string()).string());
+    ALOGI("label            [%s]", printableText(mLabel.string()).string());
+    ALOGI("partition uuid   [%s]", printableText(mPartitionUuid.string()).string());
+    ALOGI("partition label  [%s]", printableText(mPartitionLabel.string()).string());
+    ALOGI("format           [%s]", printableText(mFormat.string()).string());
     ALOGI("mount path       [%s]", getMountPath().string());
     ALOGI("access path      [%s]", mAccessPath.string());
     ALOGI("----dump volume end----");

@@ -68,7 +68,7 @@ class Volume : public VolumeItf {
 
     /**
      * Writes the raw fields to the log at info priority with the tag "VolumeDetector"; the rules of getUuid()
-     * and getLabel() are not applied.
+     * and getLabel() are not applied. A control character shows as "?".
      */
     void dump() const;
 

@@ -5,6 +5,8 @@
 
 #include <log/log.h>
 
+#include "volume/PrintableText.h"
+
 namespace volume {
 
 using android::String8;
@@ -16,8 +18,8 @@ VolumeMbr::VolumeMbr(const String8& path) : mPath(path) {}
 void VolumeMbr::dump() const {
     ALOGI("----dump MBR start----");
     ALOGI("mbr path         [%s]", mPath.string());
-    ALOGI("uuid             [%s]", mUuid.string());
-    ALOGI("type             [%s]", mType.string());
+    ALOGI("uuid             [%s]", printableText(mUuid.string()).string());
+    ALOGI("type             [%s]", printableText(mType.string()).string());
     ALOGI("volume count     [%d]", mVolumeCount);
     ALOGI("----dump MBR end----");
 }

@@ -116,12 +116,15 @@ class UsbTestCase(GuestTestCase):
     def listed(self) -> list[tuple[int, int]]:
         """What the daemon has."""
         answer = json.loads(self.services.devicectl("--json", "usb", "list", check=True).text)
-        return sorted(number(device) for device in answer["devices"])
+        return sorted(number(device) for device in answer["usb_devices"])
 
     def wait_agreement(self, count: int) -> None:
         """Waits until daemon and kernel have the same devices, so many."""
-        wait_until(lambda: len(self.listed()) == count and self.listed() == self.kernel_devices(),
-                   f"daemon and kernel to agree on {count} devices")
+        def agree() -> bool:
+            listed = self.listed()
+            return len(listed) == count and listed == self.kernel_devices()
+
+        wait_until(agree, f"daemon and kernel to agree on {count} devices")
 
     def store_record(self, bus: int) -> str:
         return self.shell(f"cat {STORE}/usbdev.bus.{bus}.dev 2>/dev/null || echo none")
@@ -145,7 +148,7 @@ class Devices(UsbTestCase):
             self.assertEqual([[6, 1, 1], [255, 254, 2]], sorted(record["interfaces"]))
             self.assertGreater(record["id"], 0)
         self.assertEqual(records[0], records[1])
-        self.assertEqual(f"MANUFACTURER=Apple Inc.\nPRODUCT=iPhone\nSERIAL=HEADUNIT-{phone.name}\n",
+        self.assertEqual(f"MANUFACTURER=Apple Inc.\nPRODUCT=iPhone\nSERVIAL=HEADUNIT-{phone.name}\n",
                          self.store_record(bus))
 
         wait_until(lambda: clients[0].call(COUNT) == 1, "the phone to be counted")
@@ -316,7 +319,7 @@ class Registries(UsbTestCase):
     def test_removal_by_a_process_that_has_both(self) -> None:
         self.start_services()
         client = self.client("add", "add-host")
-        self.assertIn(f"notifier size[1]\nnotifier[", self.dump("notifier"))
+        self.assertIn("notifier size[1]\nnotifier[", self.dump("notifier"))
         self.assertEqual({"status": 0, "reply": [0, 0]}, client.ask("remove-host"))
         self.assertIn("notifier size[0]\n", self.dump("notifier"))
         self.plug("phone")
@@ -372,7 +375,7 @@ class Overview(UsbTestCase):
         self.plug("phone")
 
         def attached() -> list[tuple[int, int]]:
-            return [number(entry["device"]) for entry in self.monitored(monitor, "usb-attached")]
+            return [number(entry) for entry in self.monitored(monitor, "usb-attached")]
 
         wait_until(lambda: sorted(attached()) == sorted((STICK, PHONE)), "both devices")
         wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume")
@@ -423,10 +426,10 @@ class Overview(UsbTestCase):
                          [path for path in added() if path in (device, interface, disk, partition)])
 
         # The USB side: a scan, the device's record in the store, and the clients.
-        record = wait_until(lambda: self.monitored(monitor, "usb-attached"), "the USB device at the client")[0]["device"]
+        record = wait_until(lambda: self.monitored(monitor, "usb-attached"), "the USB device at the client")[0]
         self.assertEqual(STICK, number(record))
         self.assertRegex(self.logged(), r"UsbDetector: add device\[0x[0-9a-f]{8}\](.*\n)+.*UsbDetector: notify attach")
-        self.assertIn(f"SERIAL=HEADUNIT-{stick.name}\n", self.store_record(record["bus"]))
+        self.assertIn(f"SERVIAL=HEADUNIT-{stick.name}\n", self.store_record(record["bus"]))
 
         # A node below the interface is published for the interface.
         bus = record["bus"]
@@ -437,7 +440,8 @@ class Overview(UsbTestCase):
 
         # The volumes: polling of media, the mount, the link, and the clients.
         volume = wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume at the client")[0]
-        self.assertIn("/mnt/sda1", json.dumps(volume))
+        self.assertEqual(("sda1", "/mnt/sda1", "/media/sda1"),
+                         (volume["name"], volume["mount_path"], volume["access_path"]))
         self.shell("mountpoint -q /mnt/sda1 && [ $(readlink /media/sda1) = /mnt/sda1 ]")
         self.assertEqual("1000\n", self.shell("cat /sys/module/block/parameters/events_dfl_poll_msecs"))
 

@@ -150,6 +150,21 @@ TEST(VolumeTest, DumpsTheRawFields) {
     EXPECT_THAT(log.take("VolumeDetector"), ::testing::Contains(info("mount path       [unknown]")));
 }
 
+// A label with line feeds wrote lines of the log that nobody had logged.
+TEST(VolumeTest, DumpsNoControlCharacter) {
+    const sp<Volume> record = makeVolume();
+    record->setLabel(String8("A\n\x1b[2JB\x7f"));
+    record->setPartitionLabel(String8("\r\t"));
+    LogCapture log;
+    record->dump();
+    const std::vector<LogLine> lines = log.take("VolumeDetector");
+    EXPECT_THAT(lines, ::testing::Contains(info("label            [A??[2JB?]")));
+    EXPECT_THAT(lines, ::testing::Contains(info("partition label  [??]")));
+    // To clients it goes as it is.
+    record->setPartitionLabel(String8());
+    EXPECT_EQ(String8("A\n\x1b[2JB\x7f"), record->getLabel());
+}
+
 TEST(VolumeMbrTest, IsEmptyAtFirstAndUnknownWithoutAPath) {
     const sp<VolumeMbr> unknown = new VolumeMbr();
     EXPECT_EQ(String8("unknown"), unknown->getPath());
