@@ -19,6 +19,10 @@ namespace device {
  * in the order of the uevents. A query that races with a notification already sees the new list.
  *
  * Devices present before startup() are not enumerated.
+ *
+ * The destructor takes locks that the uevent thread holds while it calls in, as it does for moments with a
+ * reference of its own: whoever drops the last reference to a started manager makes sure that no uevent is
+ * being handled. The daemon never drops it.
  */
 class DeviceManagerImpl : public DeviceManagerImplItf {
   public:

@@ -11,10 +11,10 @@ constexpr int kStatusSelfPowered = 1;
 /**
  * Asks a device for its status (the standard request GET_STATUS).
  *
- * The request runs on a libusb context of its own, on which the device is found again by bus and address: on
- * the device's own context it could be refused as busy, since that context's events are handled elsewhere.
+ * The request runs on the device's own context, not on one made for it: libusb 1.0.26 crashes at the end of a
+ * context in which a hub that is just going could not be opened while a device behind it was still listed.
  *
- * Any thread but one that handles libusb's events; takes up to a second.
+ * Any thread, but never from inside a call-back of libusb; takes up to a second.
  *
  * @param device  may be null: a device that cannot be opened
  * @return the first byte of the status, or -1 with an error line

@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::chrono::seconds kLimit(30);
 constexpr const char* kController = "/sys/devices/pci0000:00/0000:00:14.0";
+constexpr int kMaxNumber = 127;
 constexpr uint8_t kConfigHeaderSize = 9;
 constexpr uint8_t kInterfaceSize = 9;
 
@@ -117,8 +118,18 @@ class Node {
         return static_cast<Node*>(node)->handle(client) ? TRUE : FALSE;
     }
 
+    static void onVanished(UMockdevIoctlBase* /*base*/, UMockdevIoctlClient* client, gpointer node) {
+        static_cast<Node*>(node)->mOpened.erase(client);
+    }
+
   private:
     using Data = Owned<UMockdevIoctlData>;
+
+    /** Transfers of one open file. */
+    struct Opened {
+        std::deque<Data> waiting;
+        std::deque<Data> done;
+    };
 
     static void complete(UMockdevIoctlClient* client, int error) {
         umockdev_ioctl_client_complete(client, error == 0 ? 0 : -1, error);
@@ -126,6 +137,7 @@ class Node {
 
     bool handle(UMockdevIoctlClient* client) {
         UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
+        Opened& opened = mOpened[client];
         switch (umockdev_ioctl_client_get_request(client)) {
             case USBDEVFS_GET_CAPABILITIES: {
                 const Data caps(umockdev_ioctl_data_resolve(argument, 0, sizeof(uint32_t), nullptr));
@@ -135,21 +147,22 @@ class Node {
                 return true;
             }
             case USBDEVFS_SUBMITURB:
-                submit(argument);
+                submit(opened, argument);
                 complete(client, 0);
                 return true;
             case USBDEVFS_REAPURB:
             case USBDEVFS_REAPURBNDELAY:
-                if (mDone.empty()) {
+                if (opened.done.empty()) {
                     complete(client, EAGAIN);
                 } else {
-                    umockdev_ioctl_data_set_ptr(argument, 0, mDone.front().get());
+                    const Data slot(umockdev_ioctl_data_resolve(argument, 0, sizeof(void*), nullptr));
+                    umockdev_ioctl_data_set_ptr(slot.get(), 0, opened.done.front().get());
                     complete(client, 0);
-                    mDone.pop_front();
+                    opened.done.pop_front();
                 }
                 return true;
             case USBDEVFS_DISCARDURB:
-                complete(client, discard(argument) ? 0 : EINVAL);
+                complete(client, discard(opened, argument) ? 0 : EINVAL);
                 return true;
             case USBDEVFS_CLAIMINTERFACE:
             case USBDEVFS_RELEASEINTERFACE:
@@ -162,7 +175,7 @@ class Node {
         }
     }
 
-    void submit(UMockdevIoctlData* argument) {
+    void submit(Opened& opened, UMockdevIoctlData* argument) {
         Data data(umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_urb), nullptr));
         auto* const urb = reinterpret_cast<usbdevfs_urb*>(data->data);
         const Data buffer(umockdev_ioctl_data_resolve(data.get(), G_STRUCT_OFFSET(usbdevfs_urb, buffer),
@@ -178,7 +191,7 @@ class Node {
         const UsbAnswer answer = respond(request);
         switch (answer.kind) {
             case UsbAnswer::kNone:
-                mWaiting.push_back(std::move(data));
+                opened.waiting.push_back(std::move(data));
                 return;
             case UsbAnswer::kStall:
                 urb->status = -EPIPE;
@@ -196,20 +209,20 @@ class Node {
                 break;
             }
         }
-        mDone.push_back(std::move(data));
+        opened.done.push_back(std::move(data));
     }
 
-    bool discard(UMockdevIoctlData* argument) {
-        const auto found = std::find_if(mWaiting.begin(), mWaiting.end(), [argument](const Data& data) {
-            return data->client_addr == argument->client_addr ||
-                   data->client_addr == *reinterpret_cast<gulong*>(argument->data);
-        });
-        if (found == mWaiting.end()) {
+    bool discard(Opened& opened, UMockdevIoctlData* argument) {
+        const auto found =
+            std::find_if(opened.waiting.begin(), opened.waiting.end(), [argument](const Data& data) {
+                return data->client_addr == *reinterpret_cast<gulong*>(argument->data);
+            });
+        if (found == opened.waiting.end()) {
             return false;
         }
         reinterpret_cast<usbdevfs_urb*>((*found)->data)->status = -ENOENT;
-        mDone.push_back(std::move(*found));
-        mWaiting.erase(found);
+        opened.done.push_back(std::move(*found));
+        opened.waiting.erase(found);
         return true;
     }
 
@@ -249,8 +262,7 @@ class Node {
     const UsbDeviceSpec mSpec;
     const std::string mDescriptors;
     const TestBed::Responder mResponder;
-    std::deque<Data> mWaiting;
-    std::deque<Data> mDone;
+    std::map<UMockdevIoctlClient*, Opened> mOpened;
     mutable std::mutex mLock;  // guards mRequests
     std::vector<UsbRequest> mRequests;
 };
@@ -317,7 +329,7 @@ class TestBed::Private {
         const bool root = name.rfind("usb", 0) == 0;
         Device device;
         device.bus = atoi(name.c_str() + (root ? 3 : 0));
-        device.number = ++lastNumber[device.bus];
+        device.number = nextNumber(device.bus);
         if (root) {
             device.path = std::string(kController) + "/" + name;
         } else {
@@ -359,6 +371,17 @@ class TestBed::Private {
         const int number = device.number;
         devices[name] = std::move(device);
         waitForListed(bus, number, true);
+    }
+
+    /** The next one that is free, in a circle, as the kernel gives them. */
+    int nextNumber(int bus) {
+        int& last = lastNumber[bus];
+        do {
+            last = last % kMaxNumber + 1;
+        } while (std::any_of(devices.begin(), devices.end(), [bus, last](const auto& entry) {
+            return entry.second.bus == bus && entry.second.number == last;
+        }));
+        return last;
     }
 
     void remove(const std::string& name) {

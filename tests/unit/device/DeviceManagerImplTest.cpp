@@ -11,6 +11,7 @@
 
 #include "device/Device.h"
 #include "device/DeviceManagerMessageHandler.h"
+#include "tests/unit/common/ThreadProbe.h"
 #include "tests/unit/device/FakeUevents.h"
 #include "tests/unit/device/Recorder.h"
 #include "tests/unit/support/LogCapture.h"
@@ -326,13 +327,16 @@ TEST_F(DeviceManagerImplTest, GoesWithItsThreadsAndNotifiers) {
     const wp<Manager> manager = mManager;
     const wp<DeviceObserver> observer = mObserver;
     const wp<Recorder> recorder = mRecorder;
+    // Waits for the uevent thread, which holds the manager while it calls in.
+    mObserver->remove(String8("nothing"));
     mObserver.clear();
     mRecorder.clear();
     // Still started: its threads must not keep it.
     mManager.clear();
-    EXPECT_EQ(nullptr, manager.promote());
-    EXPECT_EQ(nullptr, observer.promote());
-    EXPECT_EQ(nullptr, recorder.promote());
+    // The queue thread may be on its way out of the call-back, where it holds them for a moment more.
+    EXPECT_TRUE(eventually([&] { return manager.promote() == nullptr; }));
+    EXPECT_TRUE(eventually([&] { return observer.promote() == nullptr; }));
+    EXPECT_TRUE(eventually([&] { return recorder.promote() == nullptr; }));
 }
 
 TEST_F(DeviceManagerImplTest, GetDeviceAbortsOnADeviceWithoutName) {

@@ -36,6 +36,14 @@ TEST(Managers, TheVolumeManager) {
     EXPECT_NE(findManager("volume")->shutdown, findManager("volume")->startup);
 }
 
+TEST(Managers, TheUsbManager) {
+    ASSERT_EQ(managersToStart("usb").size(), 1U);
+    EXPECT_EQ(managersToStart("usb").front(), findManager("usb"));
+    EXPECT_STREQ(findManager("usb")->service, "UsbManager");
+    EXPECT_NE(findManager("usb")->startup, findManager("device")->startup);
+    EXPECT_NE(findManager("usb")->shutdown, findManager("usb")->startup);
+}
+
 TEST(Managers, UnknownNames) {
     EXPECT_EQ(findManager("devic"), nullptr);
     EXPECT_EQ(findManager(""), nullptr);

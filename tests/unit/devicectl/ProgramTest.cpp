@@ -89,6 +89,9 @@ const std::vector<std::vector<std::string>> kCommands{
     {"monitor", "--json"},
     {"dump", "DeviceManager"},
     {"services"},
+    {"usb", "list"},
+    {"usb", "power", "0", "on"},
+    {"usb", "test", "mode"},
 };
 
 void expectOneLine(const std::string& error) {
