@@ -147,6 +147,13 @@ class GuestTestCase(unittest.TestCase):
         except GuestError as error:
             raise AssertionError(f"the guest did not come to: {shell_condition} ({error})") from None
 
+    def resources_of(self, process: GuestProcess) -> dict[str, int]:
+        """What a process has: descriptors, threads, resident memory."""
+        script = (f"ls /proc/{process.pid}/fd | wc -l; ls /proc/{process.pid}/task | wc -l; "
+                  f"sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/{process.pid}/status")
+        descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
+        return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
+
     def keep_evidence(self) -> Path:
         """Writes what is known into the artefacts folder of this test and returns it."""
         folder = build_dir / "artefacts" / self.id().replace("__main__", Path(sys.argv[0]).stem)
