@@ -19,6 +19,7 @@ from .services import Services
 EVENT_LIMIT = 60.0  # seconds for what takes about one
 WATCH_STEP = 0.5    # seconds between two looks at daemon and machine
 
+
 @dataclass(frozen=True)
 class Show:
     """Something to plug in, what a user is told about it, and whose events have to come: for each, what an event

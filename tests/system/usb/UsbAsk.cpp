@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Looks at the USB peripherals of the machine with libusb alone: what they are, and what they answer to a control
- * request. Prints one JSON object, or one a device.
+ * Looks at the USB peripherals of the machine with libusb alone: what they are, and what they answer to a
+ * control request. Prints one JSON object, or one a device.
  */
 #include <libusb.h>
 
@@ -30,8 +30,10 @@ constexpr int kFailed = 1;
 std::string stringOf(libusb_device_handle* handle, uint8_t index) {
     unsigned char text[128] = {};
     const int length =
-        index == 0 ? 0 : libusb_get_string_descriptor_ascii(handle, index, text, static_cast<int>(sizeof(text)));
-    return length > 0 ? std::string(reinterpret_cast<char*>(text), static_cast<size_t>(length)) : std::string();
+        index == 0 ? 0
+                   : libusb_get_string_descriptor_ascii(handle, index, text, static_cast<int>(sizeof(text)));
+    return length > 0 ? std::string(reinterpret_cast<char*>(text), static_cast<size_t>(length))
+                      : std::string();
 }
 
 json describe(libusb_device* device) {
@@ -39,12 +41,9 @@ json describe(libusb_device* device) {
     if (libusb_get_device_descriptor(device, &descriptor) != 0) {
         return {{"error", "no descriptor"}};
     }
-    json entry = {{"bus", libusb_get_bus_number(device)},
-                  {"address", libusb_get_device_address(device)},
-                  {"class", descriptor.bDeviceClass},
-                  {"vendor", descriptor.idVendor},
-                  {"product", descriptor.idProduct},
-                  {"speed", libusb_get_device_speed(device)},
+    json entry = {{"bus", libusb_get_bus_number(device)}, {"address", libusb_get_device_address(device)},
+                  {"class", descriptor.bDeviceClass},     {"vendor", descriptor.idVendor},
+                  {"product", descriptor.idProduct},      {"speed", libusb_get_device_speed(device)},
                   {"interfaces", json::array()}};
     libusb_config_descriptor* config = nullptr;
     if (libusb_get_config_descriptor(device, 0, &config) == 0) {
@@ -97,8 +96,8 @@ int control(libusb_context* context, const std::vector<unsigned long>& numbers) 
     }
     std::vector<unsigned char> data(wire(6));
     const int result = libusb_control_transfer(handle, static_cast<uint8_t>(numbers[2]),
-                                               static_cast<uint8_t>(numbers[3]), wire(4), wire(5), data.data(),
-                                               wire(6), static_cast<unsigned int>(numbers[7]));
+                                               static_cast<uint8_t>(numbers[3]), wire(4), wire(5),
+                                               data.data(), wire(6), static_cast<unsigned int>(numbers[7]));
     libusb_close(handle);
     json answer = {{"data", hexadecimal(data, result > 0 ? static_cast<size_t>(result) : 0)}};
     answer["result"] = result < 0 ? json(libusb_error_name(result)) : json(result);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * A client of the USB service that does what its arguments say, one after the other, and prints a JSON object a line
- * for each result and each event. kUsage lists the steps.
+ * A client of the USB service that does what its arguments say, one after the other, and prints a JSON object
+ * a line for each result and each event. kUsage lists the steps.
  *
  * It knows the service by its wire alone: every request is built and every reply is read field by field here.
  */
