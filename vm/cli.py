@@ -25,6 +25,7 @@ from .runcommand import Run
 from .services import Services
 from .session import Session
 from .shellcommand import run_shell
+from .usbmodels import MANNERS
 
 FAILED = 1
 
@@ -80,7 +81,8 @@ def _shell(arguments: argparse.Namespace) -> int:
 
 def _plug(arguments: argparse.Namespace) -> int:
     chosen = {"size_mib": arguments.size, "fs": arguments.fs, "bus": arguments.bus,
-              "behind": arguments.behind, "table": arguments.table, "label": arguments.label,
+              "behind": arguments.behind, "product": arguments.product, "manner": arguments.manner,
+              "table": arguments.table, "label": arguments.label,
               "partitioned": False if arguments.whole else None,
               "write_protected": True if arguments.write_protected else None}
     options = {key: value for key, value in chosen.items() if value is not None}
@@ -106,6 +108,18 @@ def _seconds(text: str) -> float:
 _seconds.__name__ = "number of seconds"
 
 
+def _number(text: str) -> int:
+    return int(text, 0)
+
+
+_number.__name__ = "number"
+
+
+def _table(entries: dict[str, str]) -> str:
+    width = max(map(len, entries))
+    return "\n".join(f"  {name:<{width}}  {text}" for name, text in entries.items())
+
+
 def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(prog="./headunit", description="The virtual head unit.")
     commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
@@ -122,8 +136,10 @@ def _parser() -> argparse.ArgumentParser:
                              help=argparse.SUPPRESS)
         command.add_argument("--check-usage", action="store_true", help=argparse.SUPPRESS)
 
-    plug = commands.add_parser("plug", help="plug a device into the running head unit")
-    plug.add_argument("kind", choices=Peripherals.KINDS, metavar="KIND", help=", ".join(Peripherals.KINDS))
+    plug = commands.add_parser("plug", help="plug a device into the running head unit",
+                               formatter_class=argparse.RawDescriptionHelpFormatter,
+                               epilog=f"kinds:\n{_table(Peripherals.KINDS)}\n\nmanners:\n{_table(MANNERS)}")
+    plug.add_argument("kind", choices=tuple(Peripherals.KINDS), metavar="KIND", help="one of the kinds below")
     plug.add_argument("--size", type=int, metavar="MIB", help="size of a stick or card (64)")
     plug.add_argument("--fs", choices=FILE_SYSTEMS, help="file system of a stick or card (vfat)")
     plug.add_argument("--table", choices=TABLES, help="partition table of a stick or card (dos)")
@@ -132,6 +148,10 @@ def _parser() -> argparse.ArgumentParser:
     plug.add_argument("--write-protected", action="store_true", help="a stick that cannot be written")
     plug.add_argument("--bus", choices=tuple(PortMap.BUSES), help="USB host controller (ehci)")
     plug.add_argument("--behind", metavar="HUB", help="plug into this hub, for example hub1")
+    plug.add_argument("--product", type=_number, metavar="NUMBER",
+                      help="product of a phone or testdevice, decimal or 0x...")
+    plug.add_argument("--manner", choices=tuple(MANNERS), metavar="MANNER",
+                      help="how a phone treats the requests that it knows, see below (plain)")
     plug.set_defaults(action=_plug)
 
     unplug = commands.add_parser("unplug", help="pull a device out by surprise")

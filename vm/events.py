@@ -17,8 +17,8 @@ FOR_EVER = 1e8  # seconds
 
 @dataclass(frozen=True)
 class Event:
-    """One event of a device or a volume (subsystem "volume", its access path, its attributes). time is the wall
-    clock at which the client got it."""
+    """One event of a device, a volume (subsystem "volume", its access path, its attributes) or a USB device
+    (subsystem "usb", its bus, its numbers). time is the wall clock at which the client got it."""
 
     name: str
     time: float
@@ -67,6 +67,12 @@ def parse(line: str) -> dict[str, object] | None:
     except ValueError:
         return None
     return value if isinstance(value, dict) else None
+
+
+def usb_name(fields: dict[str, object]) -> str:
+    """A USB device's vendor and product as usual, such as 05ac:12a8."""
+    numbers = (fields.get("vendor"), fields.get("product"))
+    return ":".join(f"{number:04x}" if isinstance(number, int) else "?" for number in numbers)
 
 
 class EventTable:
@@ -127,6 +133,9 @@ class EventTable:
             named = params if isinstance(params, dict) else {}
             event = Event(str(fields["event"]), moment_told, str(fields.get("subsystem", "")),
                           str(fields.get("path", "")), {str(key): str(value) for key, value in named.items()})
+        elif fields.get("event") in ("usb-attached", "usb-detached"):
+            event = Event(str(fields["event"]), moment_told, "usb", f"bus {fields.get('bus', '')}",
+                          {"name": usb_name(fields), "DEVTYPE": f"id {fields.get('id', '')}"})
         else:
             return
         print(f"{self._moment(event.time)}  {event.name:<15} {event.subsystem:<10} {event.what:<28} {event.where}",

@@ -81,7 +81,7 @@ class Machine:
             self._start(cached, image)
             assert self._qmp is not None and self._process is not None
             self._qmp.negotiate(timeout=30.0)
-            self.peripherals = Peripherals(self._qmp, self.session.work)
+            self.peripherals = Peripherals(self._qmp, self.session.work, self.guest)
             self.guest.wait_hello(timeout, alive=lambda: self.is_running)
             self.guest.run([str(GUEST_TOOLS / "bringup"), str(ROOT), str(cache_dir())], timeout, check=True)
         except HeadunitError as error:

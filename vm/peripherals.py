@@ -3,16 +3,19 @@
 
 from __future__ import annotations
 
+import functools
 import threading
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from . import media
+from . import media, usbmodels
 from .errors import HeadunitError
+from .guestlink import Guest
 from .ports import PortMap
 from .qmp import Qmp
+from .usbplayer import UsbPlayer
 
 CARD_SLOT = "slot0"     # the reader's drive in the emulator
 CARD_DEVICE = "reader0"  # the reader's device in the emulator
@@ -21,20 +24,23 @@ UNPLUG_LIMIT = 30.0     # seconds
 
 @dataclass
 class Plugged:
-    """One thing that is plugged in."""
+    """One thing that is plugged in. said tells what it was asked so far and what became of it: the lines of
+    vm/guest/usbplayer.py, nothing for what the emulator plays."""
 
     name: str
     kind: str
     place: str
     remove: Callable[[], None]
+    said: Callable[[], list[dict[str, Any]]] = list
 
 
 class Peripherals:
     """The peripherals of one machine. Any thread may plug and unplug."""
 
-    def __init__(self, qmp: Qmp, work: Path) -> None:
+    def __init__(self, qmp: Qmp, work: Path, guest: Guest) -> None:
         self._qmp = qmp
         self._work = work
+        self._player = UsbPlayer(guest)
         self._lock = threading.Lock()  # guards all below; a plug or unplug is one step
         self._ports = PortMap()
         self._plugged: dict[str, Plugged] = {}
@@ -43,14 +49,21 @@ class Peripherals:
             "stick": self._plug_stick, "card": self._plug_card, "hub": self._plug_hub,
             "keyboard": self._plug_keyboard, "serial": self._plug_serial, "mtp": self._plug_mtp,
             "reader": self._plug_reader,
+            **{kind: functools.partial(self._plug_player, kind) for kind in usbmodels.MODELS},
         }
 
-    KINDS = ("stick", "card", "hub", "keyboard", "serial", "mtp", "reader")
+    # Each with the words that tell a user what it is.
+    KINDS = {
+        "stick": "a USB memory stick", "card": "a card in the reader", "reader": "a USB card reader without a card",
+        "hub": "a USB hub with 8 ports", "keyboard": "a USB keyboard", "serial": "a USB serial adapter",
+        "mtp": "a USB media player",
+        **{kind: model.help for kind, model in usbmodels.MODELS.items()},
+    }
 
     def plug(self, kind: str, **options: Any) -> Plugged:
         """Plugs in one of KINDS. Options: those of media.make() for a stick or a card, or image, a file that is
         removed with it; write_protected for a stick; bus ("ehci", "xhci") and behind (the name of a hub) for
-        USB."""
+        USB; product and manner for what vm/usbmodels.py describes."""
         with self._lock:
             action = self._kinds.get(kind)
             if action is None:
@@ -64,6 +77,11 @@ class Peripherals:
             self._counts[kind] = number
             self._plugged[name] = plugged
             return plugged
+
+    def prepare_virtual_bus(self) -> None:
+        """Brings up the bus of what vm/usbmodels.py describes, which else comes up with the first such plug."""
+        with self._lock:
+            self._player.prepare()
 
     def unplug(self, name: str) -> Plugged:
         """Pulls it out by surprise; what stood behind a hub goes with the hub."""
@@ -159,6 +177,12 @@ class Peripherals:
         folder.mkdir()
         (folder / "readme.txt").write_text("A phone's storage.\n", encoding="ascii")
         return self._plug_usb(name, "mtp", "usb-mtp", bus, behind, lambda: None, rootdir=str(folder))
+
+    def _plug_player(self, kind: str, name: str, product: int | None = None, manner: str = "plain") -> Plugged:
+        """Has the guest play the peripheral on its virtual host controller."""
+        process, place = self._player.plug(name, usbmodels.describe(kind, name, product, manner))
+        return Plugged(name, kind, place, lambda: self._player.unplug(name, process),
+                       lambda: UsbPlayer.said(name, process))
 
     def _plug_card(self, name: str, size_mib: int = 64, image: Path | None = None,
                    **options: Any) -> Plugged:

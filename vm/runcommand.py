@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-"""`headunit run`: a stick and a card come and go, and a client process in the guest hears of it."""
+"""`headunit run`: a stick, a card, a hub and a phone come and go, and a client process in the guest hears of it."""
 
 from __future__ import annotations
 
 import time
+from dataclasses import dataclass
 from pathlib import Path
 
 from .control import ControlServer
@@ -18,12 +19,29 @@ from .services import Services
 EVENT_LIMIT = 60.0  # seconds for what takes about one
 WATCH_STEP = 0.5    # seconds between two looks at daemon and machine
 
-STICK = {"size_mib": 64, "fs": "vfat", "label": "STICK"}
-CARD = {"size_mib": 64, "fs": "vfat", "label": "CARD"}
-STICK_NODES = [("block", r"sd[a-z]+"), ("block", r"sd[a-z]+1"), ("usb", r"bus/usb/\d+/\d+")]
-STICK_VOLUMES = [("volume", r"sd[a-z]+1")]
-CARD_VOLUMES = [("volume", r"mmcblk\d+p1")]
-CARD_NODES = [("mmc", r"mmc\d+:[0-9a-f]+"), ("block", r"mmcblk\d+"), ("block", r"mmcblk\d+p1")]
+
+@dataclass(frozen=True)
+class Show:
+    """Something to plug in, what a user is told about it, and whose events have to come: for each, what an event
+    is called before "-added" or "-attached", the subsystem and the node."""
+
+    kind: str
+    options: dict[str, object]
+    told: str
+    nodes: tuple[tuple[str, str, str], ...]
+
+
+SHOWN = (
+    Show("stick", {"size_mib": 64, "fs": "vfat", "label": "STICK"}, "64 MiB, vfat", (
+        ("device", "block", r"sd[a-z]+"), ("device", "block", r"sd[a-z]+1"), ("device", "usb", r"bus/usb/\d+/\d+"),
+        ("volume", "volume", r"sd[a-z]+1"), ("usb", "usb", "46f4:0001"))),
+    Show("card", {"size_mib": 64, "fs": "vfat", "label": "CARD"}, "64 MiB, vfat", (
+        ("device", "mmc", r"mmc\d+:[0-9a-f]+"), ("device", "block", r"mmcblk\d+"), ("device", "block", r"mmcblk\d+p1"),
+        ("volume", "volume", r"mmcblk\d+p1"))),
+    Show("hub", {}, "8 ports", (("device", "usb", r"bus/usb/\d+/\d+"), ("usb", "usb", "0409:55aa"))),
+    Show("phone", {}, "05ac:12a8", (("device", "usb", r"bus/usb/\d+/\d+"), ("usb", "usb", "05ac:12a8"))),
+)
+CHANGES = {"device": ("added", "removed"), "volume": ("added", "removed"), "usb": ("attached", "detached")}
 
 
 class Run:
@@ -41,6 +59,8 @@ class Run:
             with step("start servicemanager and device-service"):
                 self._services.start()
             with step("start the managers and a client"):
+                # Its bus comes up with the first phone else, amid the phone's own events.
+                self._machine.peripherals.prepare_virtual_bus()
                 self._services.start_managers()
                 self._clients.append(self._services.monitor())
             self._table = EventTable(self._clients[0], time.time() - elapsed())
@@ -52,10 +72,9 @@ class Run:
 
     def _show(self, seconds: float | None, interactive: bool) -> None:
         begin = time.monotonic()
-        stick = self._plug("stick", STICK, STICK_NODES, STICK_VOLUMES)
-        card = self._plug("card", CARD, CARD_NODES, CARD_VOLUMES)
-        self._unplug(stick, STICK_NODES, STICK_VOLUMES)
-        self._unplug(card, CARD_NODES, CARD_VOLUMES)
+        plugged = [(self._plug(show), show) for show in SHOWN]
+        for name, show in plugged:
+            self._unplug(name, show)
         say("all expected events came")
         if seconds is None and not interactive:
             return
@@ -69,23 +88,22 @@ class Run:
         except KeyboardInterrupt:
             print(flush=True)
 
-    def _plug(self, kind: str, options: dict[str, object], nodes: list[tuple[str, str]],
-              volumes: list[tuple[str, str]]) -> str:
+    def _plug(self, show: Show) -> str:
         since = self._table.count()
-        plugged = self._machine.peripherals.plug(kind, **options)
-        say(f"plugged {plugged.name} into {plugged.place} ({options['size_mib']} MiB, {options['fs']})")
-        self._expect("added", nodes, volumes, since)
+        plugged = self._machine.peripherals.plug(show.kind, **show.options)
+        say(f"plugged {plugged.name} into {plugged.place} ({show.told})")
+        self._expect(show, 0, since)
         return plugged.name
 
-    def _unplug(self, name: str, nodes: list[tuple[str, str]], volumes: list[tuple[str, str]]) -> None:
+    def _unplug(self, name: str, show: Show) -> None:
         since = self._table.count()
         say(f"pull out {name}")
         self._machine.peripherals.unplug(name)
-        self._expect("removed", nodes, volumes, since)
+        self._expect(show, 1, since)
 
-    def _expect(self, change: str, nodes: list[tuple[str, str]], volumes: list[tuple[str, str]], since: int) -> None:
-        expected = [Expected(f"device-{change}", subsystem, node) for subsystem, node in nodes]
-        expected += [Expected(f"volume-{change}", subsystem, node) for subsystem, node in volumes]
+    def _expect(self, show: Show, change: int, since: int) -> None:
+        expected = [Expected(f"{source}-{CHANGES[source][change]}", subsystem, node)
+                    for source, subsystem, node in show.nodes]
         missing = self._table.wait(expected, since, EVENT_LIMIT)
         if missing:
             self._check()

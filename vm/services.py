@@ -13,7 +13,7 @@ from .guestlink import Completed, Guest, GuestProcess
 
 START_LIMIT = 60.0  # seconds
 POLL_STEP = 0.1     # seconds between two looks at what cannot be waited for
-SERVICES = ("DeviceManager", "VolumeManager")  # of the daemon, in the order of their registration
+SERVICES = ("DeviceManager", "VolumeManager", "UsbManager")  # of the daemon, in the order of their registration
 
 
 class Services:

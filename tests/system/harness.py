@@ -46,7 +46,8 @@ def wait_until(condition: Callable[[], Any], what: str, timeout: float = LIMIT) 
 
 
 class GuestTestCase(unittest.TestCase):
-    """A file's tests on one machine. After each test everything that it started or plugged is gone."""
+    """A file's tests on one machine. After each test everything that it started or plugged is gone; a test that
+    fails takes the machine along, and the next one boots another."""
 
     machine_options: dict[str, Any] = {}  # what a class wants from its Machine
     has_failed = False  # known as soon as it is, before the clean-ups
@@ -56,14 +57,31 @@ class GuestTestCase(unittest.TestCase):
     @classmethod
     def setUpClass(cls) -> None:
         super().setUpClass()
+        cls.addClassCleanup(cls.give_up)
+        cls.boot()
+
+    @classmethod
+    def boot(cls) -> None:
+        """Boots the machine. What a class wants to have there before its first test, it adds here."""
         cls.session = Session()
-        cls.addClassCleanup(cls.session.close)
         cls.machine = Machine(cls.session, **cls.machine_options)
-        cls.addClassCleanup(cls.machine.stop)
         cls.machine.boot()
+
+    @classmethod
+    def give_up(cls) -> None:
+        """Ends the machine; the next test boots another."""
+        cls.machine.stop()
+        cls.session.close()
+
+    def _give_up_after_failure(self) -> None:
+        if self.has_failed:
+            self.give_up()
 
     def setUp(self) -> None:
         super().setUp()
+        if not self.machine.is_running:
+            self.boot()
+        self.addCleanup(self._give_up_after_failure)
         self._named: dict[str, GuestProcess] = {}
         self.services = Services(self.guest, build_dir)
         # Cleanups run in reverse: the programs end first, so that nothing reacts to what is pulled out.
@@ -128,6 +146,13 @@ class GuestTestCase(unittest.TestCase):
             self.run_guest(["sh", "-c", script], timeout, check=True)
         except GuestError as error:
             raise AssertionError(f"the guest did not come to: {shell_condition} ({error})") from None
+
+    def resources_of(self, process: GuestProcess) -> dict[str, int]:
+        """What a process has: descriptors, threads, resident memory."""
+        script = (f"ls /proc/{process.pid}/fd | wc -l; ls /proc/{process.pid}/task | wc -l; "
+                  f"sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/{process.pid}/status")
+        descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
+        return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
 
     def keep_evidence(self) -> Path:
         """Writes what is known into the artefacts folder of this test and returns it."""

@@ -20,13 +20,6 @@ GROWTH_KIB = 1024   # resident memory that the allocator may add over all rounds
 
 
 class Soak(DeviceTestCase):
-    def footprint(self) -> dict[str, int]:
-        pid = self.daemon().pid
-        script = (f"ls /proc/{pid}/fd | wc -l; ls /proc/{pid}/task | wc -l; "
-                  f"sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/{pid}/status")
-        descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
-        return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
-
     def round(self, choice: random.Random, witness: GuestProcess) -> None:
         action = choice.choice(("plug", "die", "leave", "query", "restart"))
         if action == "plug":
@@ -53,11 +46,11 @@ class Soak(DeviceTestCase):
         choice = random.Random(SEED)
         for _ in range(WARM_UP):
             self.round(choice, witness)
-        before = self.footprint()
+        before = self.resources_of(self.daemon())
         for _ in range(ROUNDS):
             self.round(choice, witness)
         wait_until(lambda: "notifier size[1]\n" in self.dump("notifier"), "only the witness to be registered")
-        after = self.footprint()
+        after = self.resources_of(self.daemon())
         print(f"{ROUNDS} rounds, seed {SEED}: {json.dumps(before)} -> {json.dumps(after)}", flush=True)
         self.assertEqual(before["descriptors"], after["descriptors"])
         # The pool may still have grown by a thread that a busy moment asked for; it never shrinks.
