@@ -66,11 +66,17 @@ class UsbDetectorTest : public ::testing::Test {
         mDetector->setClassPerInterfaceHandler(mClassHandler);
     }
 
-    /** Starts and waits for the first scan. */
+    /** Starts and waits for the first scan's list. */
     void start() {
         const int before = faults().lists;
         mDetector->start();
         ASSERT_TRUE(eventually([before] { return faults().lists > before; }));
+    }
+
+    /** As start(), in a machine without devices: waits for all that the first scan has to say. */
+    void startEmpty() {
+        start();
+        ASSERT_TRUE(logged(warning("skip root usb hub[9]\n")));
     }
 
     static UsbFaults& faults() { return UsbFaults::instance(); }
@@ -123,7 +129,7 @@ TEST_F(UsbDetectorTest, ReportsWhatWasThereBefore) {
 }
 
 TEST_F(UsbDetectorTest, ReportsArrivalAndRemoval) {
-    start();
+    startEmpty();
     mBed.plug("1-1", UsbDeviceSpec::stick());
     ASSERT_TRUE(logged(info("notify attach\n")));
     ASSERT_EQ(1U, mNotifier->attached().size());
@@ -488,7 +494,7 @@ TEST_F(UsbDetectorTest, DeviceMayVanishBetweenListAndOpen) {
 }
 
 TEST_F(UsbDetectorTest, UnreadableDescriptorEndsTheEvent) {
-    start();
+    startEmpty();
     mLog.take();
     faults().deviceDescriptorResult = LIBUSB_ERROR_IO;
     mBed.plug("1-1", UsbDeviceSpec::stick());
@@ -750,6 +756,7 @@ TEST_F(UsbDetectorTest, BusNumberOfTheDevice) {
     ASSERT_TRUE(mNotifier->waitForAttached(1));
     EXPECT_EQ(3U, mNotifier->attached()[0]->getBusNumber());
     EXPECT_EQ(3, mDetector->getBusNumber(1));
+    ASSERT_TRUE(logged(info("notify attach\n")));
     mLog.take();
     EXPECT_EQ(-1, mDetector->getBusNumber(2));
     EXPECT_EQ((std::vector<LogLine>{error("Can't get usbDevice which ID = 2"),
