@@ -98,6 +98,8 @@ class UEventPublisherTest : public ::testing::Test {
     std::vector<LogLine> log() { return mLog.take(); }
 
     LogCapture mLog;
+    // libutils makes its shared empty string with the first one: before there are threads.
+    const android::String8 mFirst;
     TestFolder mFolder;
     UEventPublisher mPublisher;
 };
