@@ -82,6 +82,7 @@ void UsbDetectorImpl::makeQueue() {
 
 void UsbDetectorImpl::dissolve() {
     stop();
+    Mutex::Autolock transition(mTransitionLock);
     if (mHasThread) {
         // The event thread itself lets go of the detector: it ends on its own.
         pthread_detach(mThread);
@@ -118,6 +119,7 @@ sp<UsbDetectorNotifierItf> UsbDetectorImpl::notifier() const {
 }
 
 void UsbDetectorImpl::start() {
+    Mutex::Autolock transition(mTransitionLock);
     if (mStop == 0) {
         return;
     }
@@ -141,6 +143,7 @@ void UsbDetectorImpl::startQueue() {
 }
 
 void UsbDetectorImpl::stop() {
+    Mutex::Autolock transition(mTransitionLock);
     mStop = 1;
     wakeEventThread();
     joinEventThread();
@@ -544,11 +547,13 @@ bool UsbDetectorImpl::detach(uint32_t session, libusb_device* device) {
     if (!use) {
         return false;
     }
-    forget(device);
+    const bool forgotten = forget(device, record);
     if (record != nullptr) {
         ALOGI("notify dettach\n");
     }
-    libusb_unref_device(device);
+    if (forgotten) {
+        libusb_unref_device(device);
+    }
     return true;
 }
 
@@ -567,12 +572,18 @@ sp<UsbDevice> UsbDetectorImpl::unlist(libusb_device* device) {
     return record;
 }
 
-void UsbDetectorImpl::forget(libusb_device* device) {
+/** @return false when the reference must stay, since a list still has the device: the next scan tries again.
+ */
+bool UsbDetectorImpl::forget(libusb_device* device, const sp<UsbDevice>& record) {
     Mutex::Autolock lock(mLock);
+    if (record != nullptr && mUsbDeviceList.indexOf(record) >= 0) {
+        return false;
+    }
     const ssize_t ret = mDeviceList.remove(device);
     if (ret < 0) {
         ALOGE("remove  device from mDeviceList failed,ret:%d", static_cast<int>(ret));
     }
+    return ret >= 0;
 }
 
 /**
