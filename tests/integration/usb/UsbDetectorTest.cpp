@@ -1156,6 +1156,25 @@ TEST_F(UsbDetectorTest, NotificationMayStop) {
     EXPECT_EQ(0U, mDetector->count());
 }
 
+TEST_F(UsbDetectorTest, HandlerThatStopsIsNotWaitedFor) {
+    // It must not, but the daemon has to survive it.
+    Gate stopped;
+    std::atomic<bool> first{true};
+    mHandler->hook = [this, &stopped, &first](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            mDetector->stop();
+            stopped.open();
+        }
+    };
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::phoneOfApple());
+    ASSERT_TRUE(stopped.wait());
+    EXPECT_TRUE(logged(error("stop 1005:check return value failed")));
+    mDetector->start();
+    EXPECT_TRUE(mNotifier->waitForAttached(1));
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 1; }));
+}
+
 TEST_F(UsbDetectorTest, NotificationMayOutlastAStopAndAStart) {
     Gate entered;
     Gate leave;
