@@ -383,8 +383,7 @@ class Overview(UsbTestCase):
         self.daemon().wait(LIMIT)
         wait_until(lambda: len([entry for entry in self.monitored(monitor, "service") if entry["state"] == "down"]) == 3,
                    "the client to hear of the three services' end")
-        # What the unit's own start does before the daemon's: a mount that is left behind is never used again.
-        self.shell("for link in /media/*; do umount -l /mnt/${link##*/}; rmdir /mnt/${link##*/}; rm $link; done")
+        self.shell(harness.CLEAR_MOUNTS)
         before = len(self.monitored(monitor, "device-added", "volume-added"))
         self.services.daemon = self.spawn([self.program("device-service")])
         self.services.wait_daemon()
@@ -413,8 +412,9 @@ class Overview(UsbTestCase):
 
         device = uevent(r"/usb\d+/[\d.-]+")
         interface = uevent(r"/usb\d+/[\d.-]+/[\d.-]+:1\.0")
-        disk = uevent("/block/sda")
-        partition = uevent("/block/sda/sda1")
+        disk = uevent("/block/sd[a-z]")
+        partition = uevent("/block/sd[a-z]/sd[a-z]1")
+        name = partition.rsplit("/", 1)[1]
         self.assertTrue(interface.startswith(device) and disk.startswith(interface))
 
         # The device manager passes on those of the subsystems that it watches, in the kernel's order.
@@ -440,9 +440,9 @@ class Overview(UsbTestCase):
 
         # The volumes: polling of media, the mount, the link, and the clients.
         volume = wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume at the client")[0]
-        self.assertEqual(("sda1", "/mnt/sda1", "/media/sda1"),
+        self.assertEqual((name, f"/mnt/{name}", f"/media/{name}"),
                          (volume["name"], volume["mount_path"], volume["access_path"]))
-        self.shell("mountpoint -q /mnt/sda1 && [ $(readlink /media/sda1) = /mnt/sda1 ]")
+        self.shell(f"mountpoint -q /mnt/{name} && [ $(readlink /media/{name}) = /mnt/{name} ]")
         self.assertEqual("1000\n", self.shell("cat /sys/module/block/parameters/events_dfl_poll_msecs"))
 
         self.unplug(stick.name)
@@ -450,7 +450,7 @@ class Overview(UsbTestCase):
             wait_until(lambda: self.monitored(monitor, event), event)
         wait_until(lambda: {device, interface, disk, partition}
                    <= {entry["path"] for entry in self.monitored(monitor, "device-removed")}, "the devices' removal")
-        self.wait_guest("[ ! -e /mnt/sda1 ] && [ ! -L /media/sda1 ]")
+        self.wait_guest(f"[ ! -e /mnt/{name} ] && [ ! -L /media/{name} ]")
         self.wait_guest(f"! ls {STORE} | grep -q 'bus.{bus}.'")
         self.wait_agreement(0)
 
