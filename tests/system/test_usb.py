@@ -428,7 +428,8 @@ class Overview(UsbTestCase):
         # The USB side: a scan, the device's record in the store, and the clients.
         record = wait_until(lambda: self.monitored(monitor, "usb-attached"), "the USB device at the client")[0]
         self.assertEqual(STICK, number(record))
-        self.assertRegex(self.logged(), r"UsbDetector: add device\[0x[0-9a-f]{8}\](.*\n)+.*UsbDetector: notify attach")
+        for line in (r"^UsbDetector I .*add device\[0x[0-9a-f]{8}\]$", "^UsbDetector I .*notify attach$"):
+            self.daemon().wait_for(line, LIMIT, stream="stderr")
         self.assertIn(f"SERVIAL=HEADUNIT-{stick.name}\n", self.store_record(record["bus"]))
 
         # A node below the interface is published for the interface.
