@@ -239,6 +239,12 @@ class Phones(UsbTestCase):
         wait_until(lambda: client.call(COUNT) == len(ids), "all to be counted")
         return ids
 
+    def wait_answer(self, client: UsbClient, wanted: int, *request: int, logged: str = "") -> None:
+        """Asks until the answer is the wanted one and the line was logged: a phone has 100 ms or a second to answer,
+        which on a busy machine may be over before its program even runs."""
+        wait_until(lambda: client.call(*request) == wanted and logged in self.logged(),
+                   f"the answer {wanted} to {request} {logged}")
+
     def test_support_queries(self) -> None:
         self.start_services()
         client = self.client("add-host")
@@ -246,14 +252,16 @@ class Phones(UsbTestCase):
         ids = self.plug_all(client, *manners)
         # One byte of the answer is enough for the word that counts, and none leaves it at zero.
         wanted = {"plain": 1, "no": 0, "short": 1, "empty": 0, "overflow": 0, "stall": 0, "silent": 0}
-        self.assertEqual(wanted, {manner: client.call(CARPLAY, ids[manner]) for manner in manners})
-        for error in ("OVERFLOW", "PIPE", "TIMEOUT"):
-            self.wait_logged(f"Line:[942],libusb control transfer fail! errorType[LIBUSB_ERROR_{error}]")
+        for manner in manners:
+            self.wait_answer(client, wanted[manner], CARPLAY, ids[manner])
+        for manner, error in (("overflow", "OVERFLOW"), ("stall", "PIPE"), ("silent", "TIMEOUT")):
+            self.wait_answer(client, 0, CARPLAY, ids[manner], logged="Line:[942],libusb control transfer fail! "
+                             f"errorType[LIBUSB_ERROR_{error}]")
         self.plug("android")
         android = client.wait_record("attached", ANDROID)["id"]
-        wait_until(lambda: client.call(CHECK_AOA, android) == 1, "the accessory protocol")
-        self.assertEqual(0, client.call(CHECK_AOA, ids["plain"]))
-        self.wait_logged("Line:[979],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
+        self.wait_answer(client, 1, CHECK_AOA, android)
+        self.wait_answer(client, 0, CHECK_AOA, ids["plain"],
+                         logged="Line:[979],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
         for code in (CARPLAY, CHECK_AOA, ROLE_SWITCH):
             self.assertEqual(-1 if code == ROLE_SWITCH else 0, client.call(code, 4711))
         self.wait_logged("Error! Can't get UsbDevice with ID:4711.")
@@ -263,30 +271,30 @@ class Phones(UsbTestCase):
         client = self.client("add-host")
         ids = self.plug_all(client, "plain", "no", "stall", "silent")
 
-        def switches(manner: str) -> list[tuple[int, int, int]]:
-            return [(entry["type"], entry["request"], entry["value"]) for entry in self.phones[manner].said()
-                    if entry["event"] == "request" and entry["request"] == usbmodels.ROLE_SWITCH[1]]
+        def switches(manner: str) -> set[tuple[int, int, int]]:
+            return {(entry["type"], entry["request"], entry["value"]) for entry in self.phones[manner].said()
+                    if entry["event"] == "request" and entry["request"] == usbmodels.ROLE_SWITCH[1]}
 
         self.assertEqual(-1, client.call(ROLE_SWITCH, ids["plain"]))
         self.wait_logged("Error! Other usb device type,shouldn't role switch.")
-        self.assertEqual([], switches("plain"))
+        self.assertEqual(set(), switches("plain"))
 
         self.assertEqual(0, client.call(SWITCH_STATE, 1))
-        self.assertEqual(0, client.call(ROLE_SWITCH, ids["plain"]))
-        self.assertEqual([(0x40, 0x51, 0)], switches("plain"))
+        self.wait_answer(client, 0, ROLE_SWITCH, ids["plain"])
+        self.assertEqual({(0x40, 0x51, 0)}, switches("plain"))
         self.wait_logged("echo -n s > /sys/devices/platform/vx4410-udc.1/full_spd")
-        self.assertEqual(-9, client.call(ROLE_SWITCH, ids["stall"]))
-        self.wait_logged("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
+        self.wait_answer(client, -9, ROLE_SWITCH, ids["stall"],
+                         logged="Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
         self.assertEqual(-7, client.call(ROLE_SWITCH, ids["silent"]))
         self.wait_logged("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_TIMEOUT]")
         self.wait_logged("AppleDevice roleSwitch fail!")
 
         self.assertEqual(0, client.call(SWITCH_STATE, 0))
-        self.assertEqual(0, client.call(ROLE_SWITCH, ids["plain"]))
-        self.assertEqual([(0x40, 0x51, 0), (0x40, 0x51, 1)], switches("plain"))
+        self.wait_answer(client, 0, ROLE_SWITCH, ids["plain"])
+        self.assertEqual({(0x40, 0x51, 0), (0x40, 0x51, 1)}, switches("plain"))
         self.assertEqual(-1, client.call(ROLE_SWITCH, ids["no"]))
         self.wait_logged(f"The device(deviceId={ids['no']}) don't Support Carplay role switch")
-        self.assertEqual([], switches("no"))
+        self.assertEqual(set(), switches("no"))
 
     def test_a_phone_pulled_out_in_the_middle_of_a_request(self) -> None:
         self.start_services()
@@ -295,8 +303,9 @@ class Phones(UsbTestCase):
         ids = self.plug_all(asking, "leave", "silent")
         self.assertEqual(0, asking.call(CARPLAY, ids["leave"]))
         asking.wait_record("detached", (usbmodels.APPLE, 0x1201))
+        # On a machine so busy that the request's own second ends first, it is that which is logged.
         self.daemon().wait_for(r"Line:\[942\],libusb control transfer fail! "
-                               r"errorType\[LIBUSB_ERROR_(NO_DEVICE|IO)\]", LIMIT, stream="stderr")
+                               r"errorType\[LIBUSB_ERROR_(NO_DEVICE|IO|TIMEOUT)\]", LIMIT, stream="stderr")
 
         step = f"call={CARPLAY},{ids['silent']}"
         asking.begin(step)
