@@ -386,18 +386,19 @@ class Overview(UsbTestCase):
         def attached() -> list[tuple[int, int]]:
             return [number(entry) for entry in self.monitored(monitor, "usb-attached")]
 
+        def services(state: str) -> int:
+            return [entry["state"] for entry in self.monitored(monitor, "service")].count(state)
+
         wait_until(lambda: sorted(attached()) == sorted((STICK, PHONE)), "both devices")
         wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume")
         self.daemon().kill(signal.SIGKILL)
         self.daemon().wait(LIMIT)
-        wait_until(lambda: len([entry for entry in self.monitored(monitor, "service") if entry["state"] == "down"]) == 3,
-                   "the client to hear of the three services' end")
+        wait_until(lambda: services("down") == 3, "the client to hear of the three services' end")
         self.shell(harness.CLEAR_MOUNTS)
         before = len(self.monitored(monitor, "device-added", "volume-added"))
         self.services.daemon = self.spawn([self.program("device-service")])
         self.services.wait_daemon()
-        wait_until(lambda: len([entry for entry in self.monitored(monitor, "service") if entry["state"] == "up"]) == 6,
-                   "the client to be registered again")
+        wait_until(lambda: services("up") == 6, "the client to be registered again")
         self.services.start_managers()
         wait_until(lambda: sorted(attached()) == sorted((STICK, PHONE) * 2), "both devices again, by the first scan")
         self.assertNotEqual(0, raw.ask(f"call={COUNT}")["status"], "who keeps to the dead service has none")
