@@ -29,6 +29,7 @@ constexpr size_t kPathSize = 256;
 
 }  // namespace
 
+// inotify_init1() is inotify_init() of a descriptor that shells do not inherit.
 ObserverThread::ObserverThread(KeyedVector<String8, sp<ObserverNode>>& nodes)
     : Thread(/*canCallJava=*/true), mFd(inotify_init1(IN_CLOEXEC)) {
     SERVICE_ASSERT_AT(mFd > 0, "mFd > 0", "FileSystemObserver", 49, kConstructor);

@@ -8,7 +8,6 @@
 #include <log/log.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utils/Timers.h>
 
 #include <cerrno>
 #include <cstring>
@@ -20,8 +19,11 @@ using android::String8;
 
 namespace {
 
-/** Longer than any disk was seen to take, shorter than a user notices. */
-constexpr nsecs_t kOpenLimit = 500000000;
+/**
+ * Half a second: longer than any disk was seen to take, shorter than a user notices. Counted in tries, so
+ * that a stalled machine does not use the time up.
+ */
+constexpr int kOpenTries = 250;
 constexpr useconds_t kOpenStepMicros = 2000;
 
 constexpr int kSuperblockFlags = BLKID_SUBLKS_LABEL | BLKID_SUBLKS_LABELRAW | BLKID_SUBLKS_UUID |
@@ -65,14 +67,12 @@ int openOnce(const char* path) {
 
 /** The node is there about a millisecond before the disk behind it; until then it answers ENXIO. */
 int openWhenReady(const char* path) {
-    const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kOpenLimit;
-    for (;;) {
-        const int fd = openOnce(path);
-        if (fd >= 0 || errno != ENXIO || systemTime(SYSTEM_TIME_MONOTONIC) > deadline) {
-            return fd;
-        }
+    int fd = openOnce(path);
+    for (int tries = 1; fd < 0 && errno == ENXIO && tries < kOpenTries; ++tries) {
         usleep(kOpenStepMicros);
+        fd = openOnce(path);
     }
+    return fd;
 }
 
 std::optional<String8> textOf(const char* text) {

@@ -14,6 +14,7 @@
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,13 +24,19 @@ using DecStrong = void (*)(const android::RefBase*, const void*);
 
 [[maybe_unused]] const size_t kSharedTextIsMade = android::String8().length();
 
-DecStrong realDecStrong() {
-    void* const function = dlsym(RTLD_NEXT, "_ZNK7android7RefBase9decStrongEPKv");
+using ReleaseBuffer = int32_t (*)(const void*, uint32_t);
+
+/** As a flag of SharedBuffer::release(): the caller frees the last one's memory. */
+constexpr uint32_t kKeepStorage = 1;
+
+template <typename Function>
+Function realFunction(const char* symbol) {
+    void* const function = dlsym(RTLD_NEXT, symbol);
     if (function == nullptr) {
-        fputs("no RefBase::decStrong behind this program\n", stderr);
+        fprintf(stderr, "no %s behind this program\n", symbol);
         abort();
     }
-    return reinterpret_cast<DecStrong>(function);
+    return reinterpret_cast<Function>(function);
 }
 
 }  // namespace
@@ -37,7 +44,7 @@ DecStrong realDecStrong() {
 namespace android {
 
 void RefBase::decStrong(const void* id) const {
-    static const DecStrong sReal = realDecStrong();
+    static const auto sReal = realFunction<DecStrong>("_ZNK7android7RefBase9decStrongEPKv");
     __tsan_release(const_cast<RefBase*>(this));
     sReal(this, id);
 }
@@ -48,3 +55,21 @@ void RefBase::onLastStrongRef(const void*) {
 }
 
 }  // namespace android
+
+// libutils' SharedBuffer::release(), of a class that its headers do not show.
+extern "C" int32_t releaseSharedBuffer(const void* buffer,
+                                       uint32_t flags) __asm__("_ZNK7android12SharedBuffer7releaseEj");
+
+extern "C" int32_t releaseSharedBuffer(const void* buffer, uint32_t flags) {
+    static const auto sReal = realFunction<ReleaseBuffer>("_ZNK7android12SharedBuffer7releaseEj");
+    void* const annotated = const_cast<void*>(buffer);
+    __tsan_release(annotated);
+    const int32_t before = sReal(buffer, flags | kKeepStorage);
+    if (before == 1) {
+        __tsan_acquire(annotated);
+        if ((flags & kKeepStorage) == 0) {
+            free(annotated);
+        }
+    }
+    return before;
+}

@@ -124,9 +124,11 @@ LoopDisk::LoopDisk(const std::string& image, bool readOnly) {
         if (mFd >= 0 && ioctl(mFd, LOOP_CONFIGURE, &config) != 0) {
             close(mFd);
             mFd = -1;
-            usleep(10000);
         }
         unlink(node.c_str());
+        if (mFd < 0) {
+            usleep(10000);
+        }
     }
     EXPECT_GE(mFd, 0) << "no free loop device";
     if (mFd >= 0 && !readOnly) {

@@ -259,24 +259,33 @@ TEST_F(VolumeMountTest, ALostLinkIsLogged) {
 
 TEST_F(VolumeMountTest, ADirectoryThatIsInUseStays) {
     prepareExt4();
+    const MountHook hook([](unsigned long) {
+        // Below the mount, where nobody sees it.
+        std::ofstream("/mnt/sda/below") << "x";
+        return 0;
+    });
     plugPrepared();
     expectCalls({kAdded});
-    // Put below the mount, where nobody sees it.
-    ASSERT_EQ(0, umount2("/mnt/sda", 0));
-    std::ofstream("/mnt/sda/below") << "x";
-    ASSERT_EQ(0, mount("/dev/sda", "/mnt/sda", "ext4",
-                       MS_NOSUID | MS_NODEV | MS_DIRSYNC | MS_NOATIME | MS_NODIRATIME, nullptr));
     unplugAndExpect(kAdded);
-    // The kernel may have given the new mount the old one's number, and then it counts as ours.
-    const bool ours = mountOptions("/mnt/sda").empty();
-    if (ours) {
-        EXPECT_TRUE(waitForLine(ANDROID_LOG_ERROR, "Unable to rmdir [/mnt/sda] err(Directory not empty)"));
-    } else {
-        EXPECT_TRUE(
-            waitForLine(ANDROID_LOG_ERROR, "Unable to unmount [/mnt/sda] err(Operation not permitted)"));
-        ASSERT_EQ(0, umount2("/mnt/sda", 0));
-        removeEntry("/media/sda");
-    }
+    EXPECT_TRUE(waitForLine(ANDROID_LOG_ERROR, "Unable to rmdir [/mnt/sda] err(Directory not empty)"));
+    EXPECT_EQ("", mountOptions("/mnt/sda"));
+    EXPECT_THAT(entriesOf("/media"), IsEmpty());
+    removeEntry("/mnt/sda/below");
+    removeEntry("/mnt/sda");
+}
+
+TEST_F(VolumeMountTest, ADirectoryThatIsInUseStaysWhenTheMountFails) {
+    prepareExt4();
+    const MountHook hook([](unsigned long) {
+        std::ofstream("/mnt/sda/below") << "x";
+        return EINVAL;
+    });
+    plugPrepared();
+    expectCalls({kAddedUnmounted});
+    EXPECT_TRUE(
+        waitForLine(ANDROID_LOG_ERROR, "Unable to mount [/dev/sda] to [/mnt/sda] err(Invalid argument)"));
+    EXPECT_TRUE(waitForLine(ANDROID_LOG_ERROR, "Unable to rmdir [/mnt/sda] err(Directory not empty)"));
+    unplugAndExpect(kAddedUnmounted);
     removeEntry("/mnt/sda/below");
     removeEntry("/mnt/sda");
 }

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/integration/volume/SleepHook.h"
 #include "tests/integration/volume/VolumeFixture.h"
 #include "tests/unit/common/ThreadProbe.h"
 
@@ -27,7 +28,7 @@ using volume::VolumeItf;
 namespace {
 
 /** No driver has this number: opening such a node fails with ENXIO. */
-const dev_t kNoDisk = makedev(240, 77);
+const dev_t kNoDisk = makedev(120, 77);
 
 std::string added(const std::string& name) {
     return "added " + name + " /mnt/" + name + " /media/" + name;
@@ -197,6 +198,25 @@ TEST_F(VolumeRoadTest, ACardAndAStickAtOnce) {
     ASSERT_TRUE(mRecorder->waitFor(6));
 }
 
+TEST_F(VolumeRoadTest, ADiskIsTheFirstOneWhoseNameBeginsTheVolumes) {
+    makeImage(mFolder / "first", 4);
+    makePartitions(mFolder / "first", "label: gpt\n");
+    LoopDisk first(mFolder / "first");
+    plugGpt("sdaa");
+    expectCalls({added("sdaa1"), added("sdaa2")});
+    EXPECT_EQ(String8("/dev/sdaa"), mRecorder->volume(0)->getMbrPath());
+    plug("sda", first.number());
+    unplug("sdaa1");
+    plug("sdaa1", mDisks["sdaa"]->partitionNumber(1));
+    expectCalls({added("sdaa1"), added("sdaa2"), removed("sdaa1"), added("sdaa1")});
+    EXPECT_EQ(String8("/dev/sda"), mRecorder->volume(3)->getMbrPath());
+    unplug("sda");
+    unplug("sdaa1");
+    unplug("sdaa2");
+    unplug("sdaa");
+    ASSERT_TRUE(mRecorder->waitFor(6));
+}
+
 TEST_F(VolumeRoadTest, TwoSticksOfOneLabel) {
     plugExt4("sda", "SAME");
     plugExt4("sdb", "SAME", "6ba7b810-9dad-11d1-80b4-00c04fd430c9");
@@ -270,14 +290,19 @@ TEST_F(VolumeRoadTest, WaitsForADiskThatIsNotReadyWithoutHoldingTheLists) {
     ASSERT_TRUE(mRecorder->waitFor(1));
 
     plug("late", disk.number());
+    int waits = 0;
+    const SleepHook hook([&] {
+        // Queries are answered while the node answers ENXIO; the lists must not be locked.
+        EXPECT_EQ(1, mManager->getVolumeCount());
+        EXPECT_EQ(String8("sda"), mManager->queryVolume(0)->getName());
+        if (++waits == 3) {
+            // In place: the observer of /dev hears of neither name.
+            EXPECT_EQ(0, rename("/dev/late", "/dev/sdb1"));
+        }
+    });
     plug("sdb1", kNoDisk);
-    ASSERT_TRUE(waitForLine(ANDROID_LOG_INFO, "device add path[/dev/sdb1] name[sdb1]"));
-    // Answered while the node answers ENXIO.
-    EXPECT_EQ(1, mManager->getVolumeCount());
-    EXPECT_EQ(String8("sda"), mManager->queryVolume(0)->getName());
-    // In place: the observer of /dev hears of neither name.
-    ASSERT_EQ(0, rename("/dev/late", "/dev/sdb1"));
     expectCalls({added("sda"), added("sdb1")});
+    EXPECT_EQ(3, waits);
     EXPECT_EQ(0U, mLog.count([](const LogLine& line) { return line.priority == ANDROID_LOG_ERROR; }));
     unplug("sda");
     unplug("sdb1");

@@ -30,7 +30,7 @@ constexpr char kFakeHost[] = "/sys/fs/fuse/connections/host0/target0";
 /** What a uevent calls the fake disk. */
 constexpr char kFakeDisk[] = "/fs/fuse/connections/host0/target0/block/sda";
 constexpr char kPollParameter[] = "/sys/module/block/parameters/events_dfl_poll_msecs";
-const dev_t kNoDisk = makedev(240, 77);
+const dev_t kNoDisk = makedev(120, 77);
 
 std::string contentOf(const std::string& path) {
     std::string content;
@@ -68,10 +68,13 @@ class VolumeUeventTest : public VolumeFixture {
         std::ofstream(kFakeHost + name) << value;
     }
 
-    /** Waits until every uevent so far was dealt with. */
+    /**
+     * Waits until every uevent so far was dealt with. The machine's own uevents are heard here too: only the
+     * path tells the test's from those.
+     */
     void fence() {
-        ASSERT_EQ(0, mInjector->send("move", "/fence", "block", {"DEVTYPE=disk"}));
-        ASSERT_TRUE(waitForLine(ANDROID_LOG_WARN, "processUevent unhandle action[4]\n"));
+        ASSERT_EQ(0, mInjector->send("online", "/fence", "block", {"DEVTYPE=disk"}));
+        ASSERT_TRUE(waitForLine(ANDROID_LOG_WARN, "invalidate device add path[/sys/fence] "));
     }
 
     std::unique_ptr<UeventInjector> mInjector = std::make_unique<UeventInjector>();
@@ -136,15 +139,19 @@ TEST_F(VolumeUeventTest, PathsThatMeanSomethingToAShellRunNothing) {
 }
 
 TEST_F(VolumeUeventTest, OnlyWholeDisksConcernIt) {
-    inject("move", {}, kFakeDisk, "partition");
-    ASSERT_EQ(0, mInjector->send("move", kFakeDisk, "usb", {"DEVTYPE=disk"}));
-    ASSERT_EQ(0, mInjector->send("move", kFakeDisk, "", {"DEVTYPE=disk"}));
-    ASSERT_EQ(0, mInjector->send("move", kFakeDisk, "block"));
-    inject("unheard-of");
+    inject("online", {}, "/nobody", "partition");
+    ASSERT_EQ(0, mInjector->send("online", "/nobody", "usb", {"DEVTYPE=disk"}));
+    ASSERT_EQ(0, mInjector->send("online", "/nobody", "", {"DEVTYPE=disk"}));
+    ASSERT_EQ(0, mInjector->send("online", "/nobody", "block"));
     fence();
-    // The one with an action that has no code, and the fence.
-    EXPECT_EQ(1U, countLines("processUevent unhandle action[0]\n"));
-    EXPECT_EQ(1U, countLines("processUevent unhandle action[4]\n"));
+    EXPECT_EQ(0U, countLines("invalidate device add path[/sys/nobody] "));
+}
+
+TEST_F(VolumeUeventTest, LogsActionsThatItDoesNotHandle) {
+    inject("move");
+    inject("unheard-of");
+    EXPECT_TRUE(waitForLine(ANDROID_LOG_WARN, "processUevent unhandle action[4]\n"));
+    EXPECT_TRUE(waitForLine(ANDROID_LOG_WARN, "processUevent unhandle action[0]\n"));
 }
 
 TEST_F(VolumeUeventTest, ARemovalIsTheNodesToTell) {
