@@ -55,13 +55,13 @@ class UsbDetector : public virtual android::RefBase {
 
     /**
      * Starts the threads; devices that are present already are reported as soon as the first scan finds them.
-     * One thread at a time, the same that calls stop(). Does nothing on a running detector.
+     * Any thread but a handler's. Does nothing on a running detector.
      */
     void start();
 
     /**
-     * Ends the threads and forgets all devices, without reporting them as gone. One thread at a time; may be
-     * called from inside a notification, but not from a handler.
+     * Ends the threads and forgets all devices, without reporting them as gone. Any thread but a handler's;
+     * may be called from inside a notification.
      *
      * Takes a second at most, the longest wait for an event; longer while a handler or a transfer to a device
      * is under way. A notification that does not return is not waited for beyond MessageQueue::kStopLimit.

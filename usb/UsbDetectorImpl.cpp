@@ -57,21 +57,18 @@ bool isPhoneOfApple(const libusb_device_descriptor& descriptor) {
 struct UsbDetectorImpl::HotplugSide {
     int (UsbDetectorHandlerItf::*call)(void* context, void* device);
     const char* name;
-    const char* verb;
     int handlerLine;
     int classHandlerLine;
     /** The deepest hub that leads to a scan. */
     int deepestHub;
-    /** Whether a hub beyond that is reported. */
-    bool reportsTooDeep;
-    /** Whether phones of Apple lead to a scan at once. */
-    bool hurriesForApple;
+    /** Only an arrival reports a hub beyond that, and only for one phones of Apple lead to a scan at once. */
+    bool arrives;
 };
 
 const UsbDetectorImpl::HotplugSide UsbDetectorImpl::kAttachSide = {
-    &UsbDetectorHandlerItf::onAttach, "hotplug_callback_attach", "attach", 373, 402, 6, true, true};
+    &UsbDetectorHandlerItf::onAttach, "hotplug_callback_attach", 373, 402, 6, true};
 const UsbDetectorImpl::HotplugSide UsbDetectorImpl::kDetachSide = {
-    &UsbDetectorHandlerItf::onDetach, "hotplug_callback_detach", "detach", 430, 459, 5, false, false};
+    &UsbDetectorHandlerItf::onDetach, "hotplug_callback_detach", 430, 459, 5, false};
 
 UsbDetectorImpl::UsbDetectorImpl(nsecs_t debounce) : mDebounce(debounce) {}
 
@@ -82,6 +79,7 @@ void UsbDetectorImpl::makeQueue() {
 
 void UsbDetectorImpl::dissolve() {
     stop();
+    Mutex::Autolock transition(mTransitionLock);
     if (mHasThread) {
         // The event thread itself lets go of the detector: it ends on its own.
         pthread_detach(mThread);
@@ -118,6 +116,7 @@ sp<UsbDetectorNotifierItf> UsbDetectorImpl::notifier() const {
 }
 
 void UsbDetectorImpl::start() {
+    Mutex::Autolock transition(mTransitionLock);
     if (mStop == 0) {
         return;
     }
@@ -141,6 +140,7 @@ void UsbDetectorImpl::startQueue() {
 }
 
 void UsbDetectorImpl::stop() {
+    Mutex::Autolock transition(mTransitionLock);
     mStop = 1;
     wakeEventThread();
     joinEventThread();
@@ -248,8 +248,8 @@ void UsbDetectorImpl::runEvents() {
     schedule(Handler::kMessageUpdate, 0);
     while (mStop == 0) {
         // One second; as 1,000,000 microseconds libusb would refuse it.
-        timeval wait = {1, 0};
-        const int result = libusb_handle_events_timeout(context, &wait);
+        timeval tv = {1, 0};
+        const int result = libusb_handle_events_timeout(context, &tv);
         handleEvents(context);
         if (result == LIBUSB_ERROR_INTERRUPTED) {
             ALOGE("libusb_handle_events() error: %s\n", libusb_error_name(result));
@@ -377,11 +377,15 @@ void UsbDetectorImpl::handleEvent(libusb_context* context, libusb_device* device
         case UsbKind::kDevice:
             break;
     }
-    ALOGI("%s devce [0x%08x] class[%d]\n", side.verb, shown(device), descriptor.bDeviceClass);
+    if (side.arrives) {
+        ALOGI("attach devce [0x%08x] class[%d]\n", shown(device), descriptor.bDeviceClass);
+    } else {
+        ALOGI("detach devce [0x%08x] class[%d]\n", shown(device), descriptor.bDeviceClass);
+    }
     if (classHandler != nullptr && (classHandler.get()->*side.call)(context, device) != 0) {
         logCheckFailed(side.name, side.classHandlerLine);
     }
-    const bool hurry = side.hurriesForApple && isPhoneOfApple(descriptor);
+    const bool hurry = side.arrives && isPhoneOfApple(descriptor);
     schedule(Handler::kMessageUpdate, hurry ? 0 : mDebounce);
 }
 
@@ -392,7 +396,7 @@ void UsbDetectorImpl::handleHub(libusb_device* device, const libusb_device_descr
         ALOGW("skip root usb hub[%d]\n", descriptor.bDeviceClass);
     } else if (depth > side.deepestHub) {
         cancel(Handler::kMessageHubTooDeep);
-        if (side.reportsTooDeep) {
+        if (side.arrives) {
             schedule(Handler::kMessageHubTooDeep, mDebounce);
         }
         ALOGW("HUB [0x%08x] is exceed max num[%d]\n", shown(device), depth);
@@ -544,11 +548,13 @@ bool UsbDetectorImpl::detach(uint32_t session, libusb_device* device) {
     if (!use) {
         return false;
     }
-    forget(device);
+    const bool forgotten = forget(device, record);
     if (record != nullptr) {
         ALOGI("notify dettach\n");
     }
-    libusb_unref_device(device);
+    if (forgotten) {
+        libusb_unref_device(device);
+    }
     return true;
 }
 
@@ -567,12 +573,18 @@ sp<UsbDevice> UsbDetectorImpl::unlist(libusb_device* device) {
     return record;
 }
 
-void UsbDetectorImpl::forget(libusb_device* device) {
+/** @return false when the reference must stay, since a list still has the device: the next scan tries again.
+ */
+bool UsbDetectorImpl::forget(libusb_device* device, const sp<UsbDevice>& record) {
     Mutex::Autolock lock(mLock);
+    if (record != nullptr && mUsbDeviceList.indexOf(record) >= 0) {
+        return false;
+    }
     const ssize_t ret = mDeviceList.remove(device);
     if (ret < 0) {
         ALOGE("remove  device from mDeviceList failed,ret:%d", static_cast<int>(ret));
     }
+    return ret >= 0;
 }
 
 /**

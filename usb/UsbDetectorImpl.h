@@ -84,7 +84,7 @@ class UsbDetectorImpl : public virtual android::RefBase {
 
     void startQueue();
     void wakeEventThread();
-    void joinEventThread();
+    void joinEventThread() REQUIRES(mTransitionLock);
 
     void runEvents();
     libusb_context* openContext();
@@ -104,7 +104,7 @@ class UsbDetectorImpl : public virtual android::RefBase {
     bool detach(uint32_t session, libusb_device* device);
     bool attach(uint32_t session, libusb_device* device);
     android::sp<UsbDevice> unlist(libusb_device* device);
-    void forget(libusb_device* device);
+    bool forget(libusb_device* device, const android::sp<UsbDevice>& record);
     bool isKept(libusb_device* device) const;
     uint32_t takeId();
     void list(const android::sp<UsbDevice>& record);
@@ -119,9 +119,14 @@ class UsbDetectorImpl : public virtual android::RefBase {
     /** Event thread only. */
     libusb_hotplug_callback_handle mAttachHandle = 0;
     libusb_hotplug_callback_handle mDetachHandle = 0;
-    /** Of the thread that starts and stops; mThread is of meaning only while mHasThread. */
-    pthread_t mThread = 0;
-    bool mHasThread = false;
+    /**
+     * Serialises start() and stop(), and guards the event thread's handle. Taken before every other lock and
+     * held while threads are joined: neither thread may wait for it but by calling stop() itself.
+     */
+    android::Mutex mTransitionLock;
+    /** Of meaning only while mHasThread. */
+    pthread_t mThread GUARDED_BY(mTransitionLock) = 0;
+    bool mHasThread GUARDED_BY(mTransitionLock) = false;
 
     /** Guards the lists, the numbers given to devices, and whom to call; nothing is called with it held. */
     mutable android::Mutex mLock;

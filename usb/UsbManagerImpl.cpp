@@ -5,6 +5,7 @@
 
 #include <log/log.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "common/DumpText.h"
@@ -33,7 +34,7 @@ constexpr int kQueueTimeoutMillis = 100;
 constexpr const char* kAppleSubsystem = "apple";
 
 /** Room for one argument of a dump in the log, its final NUL included. */
-constexpr int kArgumentSize = 1024;
+constexpr size_t kArgumentSize = 1024;
 
 /** The drivers of the unit's controllers, in the order in which they are loaded. */
 constexpr const char* kLoadDrivers[] = {
@@ -45,7 +46,8 @@ constexpr const char* kLoadDrivers[] = {
 }  // namespace
 
 UsbManagerImpl::UsbManagerImpl(const sp<UeventObserver>& observer)
-    : mMessageQueue(new MessageQueue(new UsbManagerMessageHandler(), kQueueTimeoutMillis, "UsbManagerQueue")),
+    : mMessageQueue(
+          new MessageQueue(new UsbManagerMessageHandler(this), kQueueTimeoutMillis, "UsbManagerQueue")),
       mDetector(new UsbDetector()),
       mUsbTest(new UsbTest(mDetector)),
       mUeventObserver(observer),
@@ -264,7 +266,9 @@ int UsbManagerImpl::getCertificationMode() {
 int UsbManagerImpl::dump(const Vector<String16>& args, String8& result) {
     appendDumpLine(result, "---dump UsbManager---\n");
     for (size_t i = 0; i < args.size(); ++i) {
-        ALOGI("arg[%d] : %.*s ", static_cast<int>(i), kArgumentSize - 1, String8(args[i]).string());
+        char argument[kArgumentSize];
+        snprintf(argument, sizeof(argument), "%s", String8(args[i]).string());
+        ALOGI("arg[%d] : %s ", static_cast<int>(i), argument);
     }
     return 0;
 }

@@ -23,7 +23,8 @@ class UsbUeventObserverNotifier;
  *
  * The host notifier is called on the detector's queue thread ("UsbDetectorQueue"). The manager notifier is
  * called there too, and by the test mode on the detector's event thread or on "UsbTestQueue". Neither is
- * called with a lock of the manager's held.
+ * called with a lock of the manager's held: both may call any operation. In a certification mode the manager
+ * notifier must not start or stop the manager, nor wait for a thread that does, which waits for it.
  *
  * Uevents are heard from construction on, whether the manager is started or not, as long as the uevent
  * observer is.

@@ -5,15 +5,22 @@
 
 namespace usb {
 
-/**
- * The handler of the USB manager's queue, to which nothing is posted.
- */
+class UsbManagerImpl;
+
+/** The handler of "UsbManagerQueue", to which nothing is posted. */
 class UsbManagerMessageHandler : public android::MessageHandler {
   public:
-    void handleMessage(const android::Message& /*message*/) override {}
+    /** Aborts the process when @p manager is null. */
+    explicit UsbManagerMessageHandler(const android::wp<UsbManagerImpl>& manager);
+
+    /** Does nothing. Owner's queue thread. */
+    void handleMessage(const android::Message& message) override;
 
   protected:
     ~UsbManagerMessageHandler() override = default;
+
+  private:
+    const android::wp<UsbManagerImpl> mManager;
 };
 
 }  // namespace usb

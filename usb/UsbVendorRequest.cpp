@@ -10,8 +10,9 @@ namespace usb {
 
 namespace {
 
-constexpr uint8_t kToDevice = LIBUSB_ENDPOINT_OUT | LIBUSB_REQUEST_TYPE_VENDOR | LIBUSB_RECIPIENT_DEVICE;
-constexpr uint8_t kFromDevice = LIBUSB_ENDPOINT_IN | LIBUSB_REQUEST_TYPE_VENDOR | LIBUSB_RECIPIENT_DEVICE;
+constexpr uint8_t kVendorRequest = unsigned{LIBUSB_REQUEST_TYPE_VENDOR} | unsigned{LIBUSB_RECIPIENT_DEVICE};
+constexpr uint8_t kToDevice = kVendorRequest | unsigned{LIBUSB_ENDPOINT_OUT};
+constexpr uint8_t kFromDevice = kVendorRequest | unsigned{LIBUSB_ENDPOINT_IN};
 static_assert(kToDevice == 0x40 && kFromDevice == 0xC0, "as phones know them");
 
 constexpr uint8_t kRequestRoleSwitch = 0x51;

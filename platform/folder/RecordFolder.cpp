@@ -162,7 +162,8 @@ int RecordFolder::replace(const std::string& name, const std::string& content) c
         removeUnfinished(folder.get());
     }
 
-    char unfinished[sizeof(kUnfinishedPrefix) + 2 * 12];
+    // Two numbers of ten digits, a sign and a dot.
+    char unfinished[sizeof(kUnfinishedPrefix) + 24];
     const Descriptor file(createUnfinished(folder.get(), unfinished, sizeof(unfinished)));
     if (file.get() < 0) {
         return file.get();

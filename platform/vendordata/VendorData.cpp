@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "platform/folder/RecordFolder.h"
@@ -55,8 +54,8 @@ int vx_vendor_data_read_string(int item, int length, char* buffer) {
     if (content.empty()) {
         return answer(-ENODATA);
     }
-    memset(buffer, 0, size);
-    memcpy(buffer, content.data(), std::min(size, content.size()));
+    std::fill_n(buffer, size, '\0');
+    content.copy(buffer, size);
     return 0;
 }
 

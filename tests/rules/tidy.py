@@ -16,7 +16,7 @@ from pathlib import Path
 import tree
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+[<"]([^>"]+)[>"]', re.MULTILINE)
-SEARCH = (tree.ROOT, *tree.PLATFORM_INCLUDES)
+SEARCH = (tree.ROOT, *sorted(tree.ROOT.glob("platform/*/include")))
 
 
 def closure(path: Path, seen: set[Path]) -> set[Path]:

@@ -13,9 +13,7 @@ from typing import NoReturn, TypeVar
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 PRODUCT = ("common", "device", "usb", "volume", "platform", "tools")
-# Folders that hold headers under their own names, as a unit's would be.
-PLATFORM_INCLUDES = tuple(sorted(ROOT.glob("platform/*/include")))
-INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in PLATFORM_INCLUDES),
+INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in sorted(ROOT.glob("platform/*/include"))),
             "-isystem", "/usr/include/android", "-isystem", "/usr/include/libxml2",
             "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')
 

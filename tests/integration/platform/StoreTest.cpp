@@ -250,7 +250,7 @@ TEST_F(StoreTest, FollowersHearOfEveryChange) {
 }
 
 TEST_F(StoreTest, ReadersNeverSeeHalfARecord) {
-    constexpr unsigned kWrites = 2000;
+    constexpr unsigned kWrites = 300;
     ASSERT_EQ(0, publish("a", numbered(0)));
     std::atomic<int> writing{3};
     std::atomic<unsigned> failed{0};

@@ -656,6 +656,14 @@ class CertificationRoadTest : public CertificationDeviceTest {
         mTest->stop();
     }
 
+    /**
+     * Waits until the detector lists @p count devices: it opens each before, and the bed must not take an
+     * open device away.
+     */
+    bool settle(size_t count) const {
+        return eventually([this, count] { return mDetector->count() == count; });
+    }
+
     /** Plugs what is always found out: all that came before it has been handled then. */
     void fence() {
         mBed.plug("1-15", deviceOfClass(31));
@@ -685,6 +693,7 @@ TEST_F(CertificationRoadTest, FindingsReachTheManager) {
     mBed.plug("1-1.3", UsbDeviceSpec::hub());
     ASSERT_TRUE(mFindings->waitFor(1));
     EXPECT_THAT(mFindings->take(), ElementsAre(Finding(1, 3)));
+    ASSERT_TRUE(settle(4));
     mBed.unplug("1-1");
     fence();
     EXPECT_THAT(mFindings->take(), ElementsAre(Finding(2, 3)));
@@ -706,7 +715,7 @@ TEST_F(CertificationRoadTest, AHubIsAskedFromTheEventThread) {
 TEST_F(CertificationRoadTest, NormalOperationHearsOfNothing) {
     start("O");
     mBed.plug("1-1", deviceOfClass(31));
-    ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
+    ASSERT_TRUE(settle(1));
     EXPECT_THAT(mFindings->take(), IsEmpty());
     EXPECT_THAT(UnitAttributes::writes(), IsEmpty());
 }
@@ -716,6 +725,7 @@ TEST_F(CertificationRoadTest, AFailedActionIsLogged) {
     mFindings->setResult(-3);
     fence();
     ASSERT_TRUE(mLog.waitFor(error("UsbTest", "TID do action fail\n"), kCertificationLimit));
+    ASSERT_TRUE(settle(1));
     mBed.unplug("1-15");
     stop();
     std::vector<LogLine> lines;
@@ -734,7 +744,7 @@ TEST_F(CertificationRoadTest, AFindingWithoutANotifierIsNoFailure) {
     mTest->setNotifier(nullptr);
     mBed.plug("1-1", deviceOfClass(31));
     // The detector takes a device up after the checks.
-    ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
+    ASSERT_TRUE(settle(1));
     EXPECT_EQ(0U, mLog.count([](const LogLine& line) { return line.tag == "UsbTest"; }));
 }
 
@@ -750,6 +760,7 @@ TEST_F(CertificationRoadTest, TheLogoTestEndsWithTheManager) {
     // Started again it checks on; the logo test has been.
     startBoth();
     UnitAttributes::forget();
+    ASSERT_TRUE(settle(1));
     mBed.unplug("1-1");
     mBed.plug("1-1", device(kTestVendor, 260));
     fence();
@@ -777,7 +788,7 @@ TEST_F(CertificationRoadTest, AfterItsEndTheDetectorGoesOnAlone) {
     ASSERT_TRUE(
         mLog.waitFor({ANDROID_LOG_WARN, "UsbDetector", "skip root usb hub[9]\n"}, kCertificationLimit));
     mBed.plug("1-1", deviceOfClass(31));
-    ASSERT_TRUE(eventually([this] { return mDetector->count() == 1; }));
+    ASSERT_TRUE(settle(1));
     EXPECT_THAT(mFindings->take(), IsEmpty());
     mDetector->stop();
 }

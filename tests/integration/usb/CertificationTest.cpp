@@ -715,6 +715,8 @@ TEST_F(CertificationTest, BearsAllAtOnce) {
                 mTest->removeUnsupportedClass(caller);
                 mTest->setNotifier(mFindings);
                 mTest->getPortChargingMode(caller);
+                // So that the log stays readable.
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
         });
     }

@@ -589,6 +589,90 @@ TEST_F(UsbDetectorTest, FailedWaitForEventsEndsTheThread) {
     EXPECT_NE(nullptr, attachedProduct(0x0002));
 }
 
+struct AddCase {
+    const char* name;
+    int add;
+    LogLine line;
+    size_t attached;
+    size_t listed;
+};
+
+void PrintTo(const AddCase& testCase, std::ostream* stream) {
+    *stream << testCase.name;
+}
+
+class UsbMemoryTest : public UsbDetectorTest, public ::testing::WithParamInterface<AddCase> {};
+
+/** A scan that finds one device adds five times: each is refused once. */
+TEST_P(UsbMemoryTest, RefusedAdditionIsSurvived) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    faults().failingAdd = GetParam().add;
+    mDetector->start();
+    ASSERT_TRUE(logged(GetParam().line));
+    ASSERT_EQ(0, faults().failingAdd);
+    // The next scan, whose phone comes on top of it.
+    mBed.plug("1-2", UsbDeviceSpec::phoneOfApple());
+    const size_t reports = GetParam().attached == 0 ? 2 : GetParam().attached + 1;
+    ASSERT_TRUE(mNotifier->waitForAttached(reports));
+    ASSERT_TRUE(eventually([this] { return mDetector->count() == GetParam().listed + 1; }));
+    mDetector->stop();
+    EXPECT_EQ(0, faults().referencesAtExit);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Additions, UsbMemoryTest,
+    ::testing::Values(AddCase{"Present", 1, error("add device to devicelist failed,ret:-12"), 0, 1},
+                      AddCase{"Added", 2, error("add device to mAddList failed,ret:-12"), 0, 1},
+                      AddCase{"Kept", 3, error("add device to mDeviceList failed,ret:-12"), 0, 1},
+                      AddCase{"Interface", 4, error("UsbInterface add fail"), 1, 1},
+                      AddCase{"Listed", 5, error("add device to mUsbDeviceList failed,ret:-12"), 1, 0}),
+    [](const auto& testInfo) { return testInfo.param.name; });
+
+TEST_F(UsbDetectorTest, DepartureOfAnUnlistedDevice) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    faults().failingAdd = 5;
+    mDetector->start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    const std::string pointer = shown(mNotifier->attached()[0]->getDevice());
+    mBed.unplug("1-1");
+    EXPECT_TRUE(logged(error("Can't get usbDevice which DevicePtr = " + pointer)));
+    EXPECT_TRUE(logged(error("Error! Can't get UsbDevice with devicePtr:" + pointer)));
+    fence("1-2");
+    EXPECT_EQ(0U, mNotifier->detached().size());
+    EXPECT_TRUE(eventually([] { return faults().references == 1; })) << "the fence's own";
+}
+
+TEST_F(UsbDetectorTest, RefusedAdditionToTheRemovedIsMadeUpFor) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    start();
+    ASSERT_TRUE(logged(info("notify attach\n")));
+    faults().failingAdd = 1;
+    mBed.unplug("1-1");
+    ASSERT_TRUE(logged(error("add device to mRemoveList failed,ret:-12")));
+    EXPECT_EQ(1U, mDetector->count());
+    fence("1-2");
+    EXPECT_EQ(1U, mNotifier->detached().size());
+}
+
+TEST_F(UsbDetectorTest, RefusedRemovalsAreMadeUpFor) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    start();
+    ASSERT_TRUE(logged(info("notify attach\n")));
+    faults().failingRemove = 1;
+    mBed.unplug("1-1");
+    ASSERT_TRUE(logged(error("remove device from mUsbDeviceList failed,ret:-12")));
+    ASSERT_TRUE(logged(info("notify dettach\n")));
+    EXPECT_EQ(1U, mDetector->count());
+    EXPECT_FALSE(mDetector->checkAoaModeSupport(1)) << "the reference still stands";
+
+    faults().failingRemove = 2;
+    fence("1-2");
+    ASSERT_TRUE(logged(error("remove  device from mDeviceList failed,ret:-12")));
+    EXPECT_EQ(1U, mDetector->count());
+    fence("1-3");
+    EXPECT_TRUE(eventually([] { return faults().references == 2; })) << "the two fences";
+}
+
 using UsbDetectorDeathTest = UsbDetectorTest;
 
 /** Starts a detector that cannot be started, and shows what was logged before the end. */
@@ -1070,6 +1154,25 @@ TEST_F(UsbDetectorTest, NotificationMayStop) {
     ASSERT_TRUE(stopped.wait());
     ASSERT_TRUE(eventually([] { return countThreads("UsbDetectorQueu") == 0; }));
     EXPECT_EQ(0U, mDetector->count());
+}
+
+TEST_F(UsbDetectorTest, HandlerThatStopsIsNotWaitedFor) {
+    // It must not, but the daemon has to survive it.
+    Gate stopped;
+    std::atomic<bool> first{true};
+    mHandler->hook = [this, &stopped, &first](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            mDetector->stop();
+            stopped.open();
+        }
+    };
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::phoneOfApple());
+    ASSERT_TRUE(stopped.wait());
+    EXPECT_TRUE(logged(error("stop 1005:check return value failed")));
+    mDetector->start();
+    EXPECT_TRUE(mNotifier->waitForAttached(1));
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 1; }));
 }
 
 TEST_F(UsbDetectorTest, NotificationMayOutlastAStopAndAStart) {

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <cstring>
 
 UsbFaults& UsbFaults::instance() {
@@ -33,6 +34,11 @@ bool isScanningThread() {
     return strcmp(name, "UsbDetectorQueu") == 0;
 }
 
+/** Counts down on the scanning thread; true when it comes to 0. */
+bool isTurnOf(std::atomic<int>& countdown) {
+    return countdown > 0 && isScanningThread() && --countdown == 0;
+}
+
 }  // namespace
 
 // The names are the linker's.
@@ -53,6 +59,18 @@ libusb_device* __real_libusb_ref_device(libusb_device* device);
 void __real_libusb_unref_device(libusb_device* device);
 int __real_libusb_open(libusb_device* device, libusb_device_handle** handle);
 void __real_libusb_close(libusb_device_handle* handle);
+// android::SortedVectorImpl::add(const void*) and remove(const void*)
+ssize_t __real__ZN7android16SortedVectorImpl3addEPKv(void* self, const void* item);
+ssize_t __real__ZN7android16SortedVectorImpl6removeEPKv(void* self, const void* item);
+
+ssize_t __wrap__ZN7android16SortedVectorImpl3addEPKv(void* self, const void* item) {
+    return isTurnOf(faults().failingAdd) ? -ENOMEM : __real__ZN7android16SortedVectorImpl3addEPKv(self, item);
+}
+
+ssize_t __wrap__ZN7android16SortedVectorImpl6removeEPKv(void* self, const void* item) {
+    return isTurnOf(faults().failingRemove) ? -ENOMEM
+                                            : __real__ZN7android16SortedVectorImpl6removeEPKv(self, item);
+}
 
 int __wrap_libusb_init(libusb_context** context) {
     const int fault = faults().initResult;

@@ -31,6 +31,11 @@ struct UsbFaults {
     std::atomic<int> handleEventsResult{0};
     std::atomic<bool> noHotplug{false};
 
+    /** Which addition to an ordered set, from 1 on, finds no memory, and which removal; on the scanning
+     * thread. */
+    std::atomic<int> failingAdd{0};
+    std::atomic<int> failingRemove{0};
+
     /** Called after each list of devices has been made, on the scanning thread. */
     void setAfterList(const std::function<void()>& action);
 

@@ -87,7 +87,7 @@ class UsbManagerFindingsTest : public ::testing::Test {
 TEST_F(UsbManagerFindingsTest, AHubTooDeepIsAnEvent) {
     start();
     for (int depth = 2; depth <= 7; ++depth) {
-        mBed->plug(chainPort(depth), UsbDeviceSpec::hub());
+        mBed.plug(chainPort(depth), UsbDeviceSpec::hub());
     }
     ASSERT_TRUE(mEvents->waitFor("event 1 0"));
 }
@@ -102,7 +102,7 @@ TEST_F(UsbManagerFindingsTest, APhoneThatIsSilentHoldsUpNobodyElse) {
     });
     auto asked = std::async(std::launch::async,
                             [this, id] { return mManager->appleDeviceRoleSwitch(static_cast<int>(id)); });
-    ASSERT_TRUE(eventually([this] { return !mBed->requests("1-1").empty(); }));
+    ASSERT_TRUE(eventually([this] { return !mBed.requests("1-1").empty(); }));
 
     // Each would fail, or wait, if the request kept the list.
     EXPECT_EQ(1, mManager->getUsbDeviceCount());
@@ -120,7 +120,7 @@ TEST_F(UsbManagerFindingsTest, FindingsOfTheTestModeAreEvents) {
     start();
     UsbDeviceSpec odd;
     odd.deviceClass = 31;
-    mBed->plug("1-1", odd);
+    mBed.plug("1-1", odd);
     ASSERT_TRUE(mEvents->waitFor("event 2 3"));
     EXPECT_THAT(mEvents->calls(), ElementsAre("event 2 3"));
 }

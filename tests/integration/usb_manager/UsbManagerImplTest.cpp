@@ -10,8 +10,11 @@
 #include <gtest/gtest.h>
 #include <vx_vendor_data.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstdlib>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
 #include <thread>
 
 #include "common/Uevent.h"
@@ -69,6 +72,33 @@ class Manager : public UsbManagerImpl {
     using UsbManagerImpl::UsbManagerImpl;
 };
 
+/** Sees numbered uevents go by: those before were handed to every notifier then. */
+class Fence : public UeventObserverNotifier {
+  public:
+    static constexpr const char* kPath = "/devices/fence/";
+
+    int onUevent(const sp<Uevent>& event) override {
+        const std::string path = event->getPath() != nullptr ? event->getPath() : "";
+        if (path.rfind(kPath, 0) == 0) {
+            const std::lock_guard<std::mutex> hold(mLock);
+            mSeen = std::max(mSeen, std::stoi(path.substr(strlen(kPath))));
+            mChanged.notify_all();
+        }
+        return 0;
+    }
+
+    /** @return false when @p number has not gone by within a second */
+    bool waitFor(int number) {
+        std::unique_lock<std::mutex> hold(mLock);
+        return mChanged.wait_for(hold, std::chrono::seconds(1), [&] { return mSeen >= number; });
+    }
+
+  private:
+    std::mutex mLock;  // guards mSeen
+    std::condition_variable mChanged;
+    int mSeen = 0;
+};
+
 class UsbManagerImplTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -76,6 +106,7 @@ class UsbManagerImplTest : public ::testing::Test {
         ASSERT_EQ(0, mInjector.open());
         setMode('O');
         make();
+        mUevents->registerNotifier(mFence);
         mUevents->start();
     }
 
@@ -111,18 +142,20 @@ class UsbManagerImplTest : public ::testing::Test {
 
     /** What was told before is handled when this returns. */
     void fence() {
-        const size_t before = mLog.count(isFence);
-        ASSERT_EQ(0, mInjector.send("change", "/devices/platform/apple", "apple"));
-        ASSERT_TRUE(eventually([&] { return mLog.count(isFence) > before; }));
+        const int number = ++mFences;
+        const std::string path = Fence::kPath + std::to_string(number);
+        // Again and again: where there was a storm, the socket may have had no room for the first one.
+        ASSERT_TRUE(eventually([&] {
+            EXPECT_EQ(0, mInjector.send("change", path, "fence"));
+            return mFence->waitFor(number);
+        }));
     }
-
-    static bool isFence(const LogLine& line) { return line == warning("unhandle action[3]\n"); }
 
     /** The core's lines since the last time, without those of injected and foreign uevents. */
     std::vector<LogLine> lines() {
         std::vector<LogLine> kept;
         for (const LogLine& line : mLog.take(kTag)) {
-            if (!isFence(line) && line.text.find("[UEventPublisher]") != 0 &&
+            if (line.text.find("[UEventPublisher]") != 0 &&
                 !(line == info("process usb subsystem=[apple]!\n"))) {
                 kept.push_back(line);
             }
@@ -144,6 +177,8 @@ class UsbManagerImplTest : public ::testing::Test {
     LogCapture mLog;
     AttributeBed mBed;
     UeventInjector mInjector;
+    int mFences = 0;
+    sp<Fence> mFence = new Fence();
     sp<UeventObserver> mUevents = new UeventObserver();
     sp<EventMemory> mEvents = new EventMemory();
     sp<HostMemory> mHosts = new HostMemory();
@@ -352,7 +387,8 @@ TEST_F(UsbManagerImplTest, CompanionsSurviveTheManager) {
     const sp<usb::UsbManagerClassPerInterfaceHandler> handler =
         new usb::UsbManagerClassPerInterfaceHandler(manager);
     const sp<usb::UsbManagerTestNotifier> test = new usb::UsbManagerTestNotifier(manager);
-    const sp<usb::UsbUeventObserverNotifier> uevents = new usb::UsbUeventObserverNotifier(manager);
+    const sp<usb::UsbUeventObserverNotifier> uevents = new usb::UsbUeventObserverNotifier(mManager.get());
+    uevents->detach();
     mUevents->stop();
     mManager.clear();
     EXPECT_EQ(nullptr, manager.promote());
@@ -512,7 +548,7 @@ TEST_F(UsbManagerImplDeathTest, CompanionsNeedAManager) {
     EXPECT_DEATH(new usb::UsbManagerDetectorNotifier(none), message);
     EXPECT_DEATH(new usb::UsbManagerClassPerInterfaceHandler(none), message);
     EXPECT_DEATH(new usb::UsbManagerTestNotifier(none), message);
-    EXPECT_DEATH(new usb::UsbUeventObserverNotifier(none), message);
+    EXPECT_DEATH(new usb::UsbUeventObserverNotifier(nullptr), message);
     EXPECT_DEATH(new usb::UsbManagerMessageHandler(none), message);
 }
 

@@ -36,7 +36,8 @@ TEST(CommandLine, ManagerCommands) {
     EXPECT_EQ(parsed({"stop"}).command, Command::kStop);
     EXPECT_EQ(parsed({"stop", "device"}).manager, "device");
     EXPECT_EQ(parsed({"start", "device"}).command, Command::kStart);
-    EXPECT_THAT(usageError({"start", "engine"}), HasSubstr("no manager engine; there are: volume, usb, device"));
+    EXPECT_THAT(usageError({"start", "engine"}),
+                HasSubstr("no manager engine; there are: volume, usb, device"));
     usageError({"start", "device", "device"});
 }
 
