@@ -102,7 +102,8 @@ class Peripherals(GuestTestCase):
         self.assertEqual(("LIBUSB_ERROR_PIPE", ""), self.ask(PHONE, ACCESSORY_PROTOCOL, 4))
         requests = [(entry["type"], entry["request"], entry["value"], entry["length"], entry["answer"])
                     for entry in self.told(phone, "request")]
-        self.assertEqual([(0xC0, 0x53, 0, 4, "01000000"), (0x40, 0x51, 1, 0, ""), (0xC0, 0x33, 0, 4, "stall")], requests)
+        self.assertEqual([(0xC0, 0x53, 0, 4, "01000000"), (0x40, 0x51, 1, 0, ""), (0xC0, 0x33, 0, 4, "stall")],
+                         requests)
 
         self.plug_known("android")
         self.assertEqual((2, "0200"), self.ask(ANDROID, ACCESSORY_PROTOCOL, 4))

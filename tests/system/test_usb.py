@@ -239,6 +239,12 @@ class Phones(UsbTestCase):
         wait_until(lambda: client.call(COUNT) == len(ids), "all to be counted")
         return ids
 
+    def wait_answer(self, client: UsbClient, wanted: int, *request: int, logged: str = "") -> None:
+        """Asks until the answer is the wanted one and the line was logged: a phone has 100 ms or a second to answer,
+        which on a busy machine may be over before its program even runs."""
+        wait_until(lambda: client.call(*request) == wanted and logged in self.logged(),
+                   f"the answer {wanted} to {request} {logged}")
+
     def test_support_queries(self) -> None:
         self.start_services()
         client = self.client("add-host")
@@ -246,14 +252,16 @@ class Phones(UsbTestCase):
         ids = self.plug_all(client, *manners)
         # One byte of the answer is enough for the word that counts, and none leaves it at zero.
         wanted = {"plain": 1, "no": 0, "short": 1, "empty": 0, "overflow": 0, "stall": 0, "silent": 0}
-        self.assertEqual(wanted, {manner: client.call(CARPLAY, ids[manner]) for manner in manners})
-        for error in ("OVERFLOW", "PIPE", "TIMEOUT"):
-            self.wait_logged(f"Line:[942],libusb control transfer fail! errorType[LIBUSB_ERROR_{error}]")
+        for manner in manners:
+            self.wait_answer(client, wanted[manner], CARPLAY, ids[manner])
+        for manner, error in (("overflow", "OVERFLOW"), ("stall", "PIPE"), ("silent", "TIMEOUT")):
+            self.wait_answer(client, 0, CARPLAY, ids[manner], logged="Line:[942],libusb control transfer fail! "
+                             f"errorType[LIBUSB_ERROR_{error}]")
         self.plug("android")
         android = client.wait_record("attached", ANDROID)["id"]
-        wait_until(lambda: client.call(CHECK_AOA, android) == 1, "the accessory protocol")
-        self.assertEqual(0, client.call(CHECK_AOA, ids["plain"]))
-        self.wait_logged("Line:[979],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
+        self.wait_answer(client, 1, CHECK_AOA, android)
+        self.wait_answer(client, 0, CHECK_AOA, ids["plain"],
+                         logged="Line:[979],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
         for code in (CARPLAY, CHECK_AOA, ROLE_SWITCH):
             self.assertEqual(-1 if code == ROLE_SWITCH else 0, client.call(code, 4711))
         self.wait_logged("Error! Can't get UsbDevice with ID:4711.")
@@ -263,30 +271,30 @@ class Phones(UsbTestCase):
         client = self.client("add-host")
         ids = self.plug_all(client, "plain", "no", "stall", "silent")
 
-        def switches(manner: str) -> list[tuple[int, int, int]]:
-            return [(entry["type"], entry["request"], entry["value"]) for entry in self.phones[manner].said()
-                    if entry["event"] == "request" and entry["request"] == usbmodels.ROLE_SWITCH[1]]
+        def switches(manner: str) -> set[tuple[int, int, int]]:
+            return {(entry["type"], entry["request"], entry["value"]) for entry in self.phones[manner].said()
+                    if entry["event"] == "request" and entry["request"] == usbmodels.ROLE_SWITCH[1]}
 
         self.assertEqual(-1, client.call(ROLE_SWITCH, ids["plain"]))
         self.wait_logged("Error! Other usb device type,shouldn't role switch.")
-        self.assertEqual([], switches("plain"))
+        self.assertEqual(set(), switches("plain"))
 
         self.assertEqual(0, client.call(SWITCH_STATE, 1))
-        self.assertEqual(0, client.call(ROLE_SWITCH, ids["plain"]))
-        self.assertEqual([(0x40, 0x51, 0)], switches("plain"))
+        self.wait_answer(client, 0, ROLE_SWITCH, ids["plain"])
+        self.assertEqual({(0x40, 0x51, 0)}, switches("plain"))
         self.wait_logged("echo -n s > /sys/devices/platform/vx4410-udc.1/full_spd")
-        self.assertEqual(-9, client.call(ROLE_SWITCH, ids["stall"]))
-        self.wait_logged("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
+        self.wait_answer(client, -9, ROLE_SWITCH, ids["stall"],
+                         logged="Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_PIPE]")
         self.assertEqual(-7, client.call(ROLE_SWITCH, ids["silent"]))
         self.wait_logged("Line:[904],libusb control transfer fail! errorType[LIBUSB_ERROR_TIMEOUT]")
         self.wait_logged("AppleDevice roleSwitch fail!")
 
         self.assertEqual(0, client.call(SWITCH_STATE, 0))
-        self.assertEqual(0, client.call(ROLE_SWITCH, ids["plain"]))
-        self.assertEqual([(0x40, 0x51, 0), (0x40, 0x51, 1)], switches("plain"))
+        self.wait_answer(client, 0, ROLE_SWITCH, ids["plain"])
+        self.assertEqual({(0x40, 0x51, 0), (0x40, 0x51, 1)}, switches("plain"))
         self.assertEqual(-1, client.call(ROLE_SWITCH, ids["no"]))
         self.wait_logged(f"The device(deviceId={ids['no']}) don't Support Carplay role switch")
-        self.assertEqual([], switches("no"))
+        self.assertEqual(set(), switches("no"))
 
     def test_a_phone_pulled_out_in_the_middle_of_a_request(self) -> None:
         self.start_services()
@@ -295,8 +303,9 @@ class Phones(UsbTestCase):
         ids = self.plug_all(asking, "leave", "silent")
         self.assertEqual(0, asking.call(CARPLAY, ids["leave"]))
         asking.wait_record("detached", (usbmodels.APPLE, 0x1201))
+        # On a machine so busy that the request's own second ends first, it is that which is logged.
         self.daemon().wait_for(r"Line:\[942\],libusb control transfer fail! "
-                               r"errorType\[LIBUSB_ERROR_(NO_DEVICE|IO)\]", LIMIT, stream="stderr")
+                               r"errorType\[LIBUSB_ERROR_(NO_DEVICE|IO|TIMEOUT)\]", LIMIT, stream="stderr")
 
         step = f"call={CARPLAY},{ids['silent']}"
         asking.begin(step)
@@ -377,19 +386,19 @@ class Overview(UsbTestCase):
         def attached() -> list[tuple[int, int]]:
             return [number(entry) for entry in self.monitored(monitor, "usb-attached")]
 
+        def services(state: str) -> int:
+            return [entry["state"] for entry in self.monitored(monitor, "service")].count(state)
+
         wait_until(lambda: sorted(attached()) == sorted((STICK, PHONE)), "both devices")
         wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume")
         self.daemon().kill(signal.SIGKILL)
         self.daemon().wait(LIMIT)
-        wait_until(lambda: len([entry for entry in self.monitored(monitor, "service") if entry["state"] == "down"]) == 3,
-                   "the client to hear of the three services' end")
-        # What the unit's own start does before the daemon's: a mount that is left behind is never used again.
-        self.shell("for link in /media/*; do umount -l /mnt/${link##*/}; rmdir /mnt/${link##*/}; rm $link; done")
+        wait_until(lambda: services("down") == 3, "the client to hear of the three services' end")
+        self.shell(harness.CLEAR_MOUNTS)
         before = len(self.monitored(monitor, "device-added", "volume-added"))
         self.services.daemon = self.spawn([self.program("device-service")])
         self.services.wait_daemon()
-        wait_until(lambda: len([entry for entry in self.monitored(monitor, "service") if entry["state"] == "up"]) == 6,
-                   "the client to be registered again")
+        wait_until(lambda: services("up") == 6, "the client to be registered again")
         self.services.start_managers()
         wait_until(lambda: sorted(attached()) == sorted((STICK, PHONE) * 2), "both devices again, by the first scan")
         self.assertNotEqual(0, raw.ask(f"call={COUNT}")["status"], "who keeps to the dead service has none")
@@ -413,8 +422,9 @@ class Overview(UsbTestCase):
 
         device = uevent(r"/usb\d+/[\d.-]+")
         interface = uevent(r"/usb\d+/[\d.-]+/[\d.-]+:1\.0")
-        disk = uevent("/block/sda")
-        partition = uevent("/block/sda/sda1")
+        disk = uevent("/block/sd[a-z]")
+        partition = uevent("/block/sd[a-z]/sd[a-z]1")
+        name = partition.rsplit("/", 1)[1]
         self.assertTrue(interface.startswith(device) and disk.startswith(interface))
 
         # The device manager passes on those of the subsystems that it watches, in the kernel's order.
@@ -428,7 +438,8 @@ class Overview(UsbTestCase):
         # The USB side: a scan, the device's record in the store, and the clients.
         record = wait_until(lambda: self.monitored(monitor, "usb-attached"), "the USB device at the client")[0]
         self.assertEqual(STICK, number(record))
-        self.assertRegex(self.logged(), r"UsbDetector: add device\[0x[0-9a-f]{8}\](.*\n)+.*UsbDetector: notify attach")
+        for line in (r"^UsbDetector I .*add device\[0x[0-9a-f]{8}\]$", "^UsbDetector I .*notify attach$"):
+            self.daemon().wait_for(line, LIMIT, stream="stderr")
         self.assertIn(f"SERVIAL=HEADUNIT-{stick.name}\n", self.store_record(record["bus"]))
 
         # A node below the interface is published for the interface.
@@ -440,9 +451,9 @@ class Overview(UsbTestCase):
 
         # The volumes: polling of media, the mount, the link, and the clients.
         volume = wait_until(lambda: self.monitored(monitor, "volume-added"), "the volume at the client")[0]
-        self.assertEqual(("sda1", "/mnt/sda1", "/media/sda1"),
+        self.assertEqual((name, f"/mnt/{name}", f"/media/{name}"),
                          (volume["name"], volume["mount_path"], volume["access_path"]))
-        self.shell("mountpoint -q /mnt/sda1 && [ $(readlink /media/sda1) = /mnt/sda1 ]")
+        self.shell(f"mountpoint -q /mnt/{name} && [ $(readlink /media/{name}) = /mnt/{name} ]")
         self.assertEqual("1000\n", self.shell("cat /sys/module/block/parameters/events_dfl_poll_msecs"))
 
         self.unplug(stick.name)
@@ -450,7 +461,7 @@ class Overview(UsbTestCase):
             wait_until(lambda: self.monitored(monitor, event), event)
         wait_until(lambda: {device, interface, disk, partition}
                    <= {entry["path"] for entry in self.monitored(monitor, "device-removed")}, "the devices' removal")
-        self.wait_guest("[ ! -e /mnt/sda1 ] && [ ! -L /media/sda1 ]")
+        self.wait_guest(f"[ ! -e /mnt/{name} ] && [ ! -L /media/{name} ]")
         self.wait_guest(f"! ls {STORE} | grep -q 'bus.{bus}.'")
         self.wait_agreement(0)
 
