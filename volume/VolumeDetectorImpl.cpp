@@ -15,7 +15,6 @@
 
 namespace volume {
 
-using android::KeyedVector;
 using android::Mutex;
 using android::sp;
 using android::String8;
