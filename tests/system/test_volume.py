@@ -456,7 +456,17 @@ class Tables(VolumeTestCase):
         # Whoever looks at the disk just then keeps the kernel from taking the new table.
         self.shell(f"for attempt in 1 2 3 4 5 6 7 8 9 10; do udevadm settle; printf '{table}' | "
                    f"sfdisk -q --wipe never --wipe-partitions never {disk} && exit 0; sleep 0.5; done; exit 1")
-        second = self.wait_added("sd[a-z]+2")
+        self.wait_added("sd[a-z]+2")
+        # The guest's device manager has the table read once more when the disk was written: all comes and goes again.
+        self.shell("udevadm settle", LONG_LIMIT)
+        disk_name = disk.removeprefix("/dev/")
+
+        def both() -> list[dict[str, Any]]:
+            listed = self.volumes()
+            names = [record["name"] for record in listed]
+            there = names == [f"{disk_name}1", f"{disk_name}2"] and listed[1]["mount_path"] in self.mounts()
+            return listed if there and listed == self.heard_list() else []
+        second = wait_until(both, "both partitions to be listed and the second to be mounted")[1]
         self.assertEqual("SECOND", second["label"])
         self.assert_mounted(second, "vfat")
         self.assert_lists_equal()
