@@ -129,6 +129,7 @@ TEST_F(UsbManagerConcurrencyTest, ASlowShellHoldsUpNobodyElse) {
 
 TEST_F(UsbManagerConcurrencyTest, StartsAndStopsOfManyThreadsDoNotMix) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([this, i] {
             for (int round = 0; round < 2; ++round) {

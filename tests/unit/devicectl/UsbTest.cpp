@@ -241,6 +241,7 @@ class UsbRender : public testing::Test {
 
 std::vector<uint32_t> idsOf(const std::vector<sp<UsbDeviceItf>>& devices) {
     std::vector<uint32_t> ids;
+    ids.reserve(devices.size());
     for (const sp<UsbDeviceItf>& one : devices) {
         ids.push_back(one->getId());
     }
