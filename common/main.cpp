@@ -42,6 +42,13 @@ int main() {
     mallopt(M_ARENA_MAX, kAllocatorArenas);
     SignalCatcher::install();
 
+    // Before anything on the unit is touched: building the managers already sets USB modes.
+    const String8 problem = bindercheck::serviceManagerProblem();
+    if (!problem.isEmpty()) {
+        fprintf(stderr, "device-service: %s\n", problem.string());
+        return EX_UNAVAILABLE;
+    }
+
     const sp<UeventObserver> ueventObserver = new UeventObserver();
 
     const sp<device::DeviceObserver> deviceObserver = new device::DeviceObserver(ueventObserver);
@@ -54,11 +61,6 @@ int main() {
     const sp<usb::UsbManagerImpl> usbManager = new usb::UsbManagerImpl(ueventObserver);
     const sp<usb::BnUsbManager> usbService = new usb::BnUsbManager(usbManager);
 
-    const String8 problem = bindercheck::serviceManagerProblem();
-    if (!problem.isEmpty()) {
-        fprintf(stderr, "device-service: %s\n", problem.string());
-        return EX_UNAVAILABLE;
-    }
     defaultServiceManager()->addService(String16(device::IDeviceManager::kServiceName), deviceService, false);
     defaultServiceManager()->addService(String16(volume::IVolumeManager::kServiceName), volumeService, false);
     defaultServiceManager()->addService(String16(usb::IUsbManager::kServiceName), usbService, false);
