@@ -24,6 +24,9 @@ class Services:
         self._bin = build / "bin"
         self.manager: GuestProcess | None = None
         self.daemon: GuestProcess | None = None
+        # A file in the guest that takes what the daemon logs, instead of the process's own lines here. The way to the
+        # host carries some hundred lines a second, and a daemon that waits for it misses uevents.
+        self.daemon_log: str | None = None
 
     def program(self, name: str) -> str:
         """The path of a built program, the same on the host and in the guest."""
@@ -36,7 +39,10 @@ class Services:
         """Starts service manager and daemon; returns once all of the daemon's services are registered."""
         self.manager = self._guest.spawn([self.program("servicemanager")])
         self.wait_services_reply()
-        self.daemon = self._guest.spawn([self.program("device-service")])
+        command = [self.program("device-service")]
+        if self.daemon_log is not None:
+            command = ["sh", "-c", 'exec "$0" 2>"$1"', *command, self.daemon_log]
+        self.daemon = self._guest.spawn(command)
         self.wait_daemon()
 
     def start_managers(self) -> None:

@@ -10,12 +10,19 @@ from harness import GuestTestCase
 
 EVENTS = 20_000
 RATE = 1_000  # a second
+DAEMON_LOG = "/run/device-service.log"
 
 
 class Storm(GuestTestCase):
+    def logged(self, text: str) -> int:
+        """How many lines of the daemon's log hold the text."""
+        return int(self.run_guest(["grep", "-cF", text, DAEMON_LOG]).text)
+
     def test_every_event_arrives_in_order(self) -> None:
+        # Uevents of subsystem usb: of each of another one the USB side says in an error line that it is not its own.
         # Made-up devices by the thousand would keep the guest's own device manager busy for minutes.
         self.run_guest(["udevadm", "control", "--exit"], check=True)
+        self.services.daemon_log = DAEMON_LOG
         self.start_services()
         self._named["uevents"].kill()
         client = self.spawn([self.program("device-test-client"), "quiet", "add", f"storm={EVENTS}", "remove"],
@@ -23,16 +30,14 @@ class Storm(GuestTestCase):
         client.wait_for(lambda line: json.loads(line).get("step") == "add", harness.LIMIT, stream="stdout")
 
         injector = self.run_guest([self.program("uevent-inject"), "--count", str(EVENTS), "--rate", str(RATE),
-                                   "--toggle", "--path", "/devices/made/up{n}", "--subsystem", "block",
+                                   "--toggle", "--path", "/devices/made/usb1/up{n}", "--subsystem", "usb",
                                    "DEVNAME=up{n}", "STORM={n}"], timeout=300.0, check=True)
         print(injector.text.strip(), flush=True)
-        self.assertEqual(0, client.wait(330.0))
+        self.assertEqual(0, client.wait(60.0))
         account = next(entry["result"] for entry in map(json.loads, (line.text for line in client.lines("stdout")))
                        if entry["step"].startswith("storm="))
         self.assertEqual({"received": EVENTS, "out_of_order": 0}, account)
-        assert self.services.daemon is not None
-        lost = [line.text for line in self.services.daemon.lines("stderr") if "receive fail" in line.text]
-        self.assertEqual([], lost)
+        self.assertEqual(0, self.logged("receive fail"))
 
 
 if __name__ == "__main__":
