@@ -28,6 +28,7 @@ from vm.services import Services  # noqa: E402
 from vm.session import Session  # noqa: E402
 
 LIMIT = 60.0      # seconds that a wait may take on a busy machine unless it says otherwise
+POOL_LIMIT = 16   # threads of a binder pool: the first one, and those that the driver may ask for
 POLL_STEP = 0.05  # seconds between two looks at a condition that nothing announces
 
 # As the unit does before a start of the daemon: what a killed one left mounted would keep its disk, and no later one
@@ -154,11 +155,12 @@ class GuestTestCase(unittest.TestCase):
             raise AssertionError(f"the guest did not come to: {shell_condition} ({error})") from None
 
     def resources_of(self, process: GuestProcess) -> dict[str, int]:
-        """What a process has: descriptors, threads, resident memory."""
-        script = (f"ls /proc/{process.pid}/fd | wc -l; ls /proc/{process.pid}/task | wc -l; "
+        """What a process has: descriptors, threads of its own, threads of the binder pool, resident memory."""
+        names = f"cat /proc/{process.pid}/task/*/comm"
+        script = (f"ls /proc/{process.pid}/fd | wc -l; {names} | grep -vc ^Binder:; {names} | grep -c ^Binder:; "
                   f"sed -n 's/^VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/{process.pid}/status")
-        descriptors, threads, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
-        return {"descriptors": descriptors, "threads": threads, "resident KiB": resident}
+        descriptors, threads, pool, resident = map(int, self.run_guest(["sh", "-c", script], check=True).text.split())
+        return {"descriptors": descriptors, "threads": threads, "pool": pool, "resident KiB": resident}
 
     def keep_evidence(self) -> Path:
         """Writes what is known into the artefacts folder of this test and returns it."""
