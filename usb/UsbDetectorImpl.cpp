@@ -165,8 +165,8 @@ void UsbDetectorImpl::joinEventThread() {
     if (!mHasThread) {
         return;
     }
-    const int ret = pthread_join(mThread, nullptr);
-    if (ret != 0) {
+    // A handler that stops the detector runs on the thread itself, which whoever comes next joins.
+    if (pthread_equal(mThread, pthread_self()) != 0 || pthread_join(mThread, nullptr) != 0) {
         logCheckFailed("stop", 1005);
         return;
     }
