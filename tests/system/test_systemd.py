@@ -21,8 +21,7 @@ LIMIT = 180.0  # seconds; a restart is some twenty programs, each of which an em
 DAEMON = "device-service.service"
 START = "device-service-start.service"
 DIRECTORY = "servicemanager.service"
-PROGRAMS = ("device-service", "devicectl", "servicemanager")
-HELPERS = "/usr/libexec/device-service"
+PROGRAMS = {"device-service": "usr/sbin", "servicemanager": "usr/sbin", "devicectl": "usr/bin"}
 REFUSED = "type=1326"  # the kernel's record of a system call that a filter refused
 
 
@@ -32,9 +31,9 @@ def stage(folder: Path) -> Path:
         subprocess.run(["cmake", "-DCMAKE_INSTALL_PREFIX=/usr", f"-DCMAKE_INSTALL_COMPONENT={component}", "-P",
                         str(harness.build_dir / "packaging/cmake_install.cmake")],
                        env={**os.environ, "DESTDIR": str(folder)}, stdout=subprocess.DEVNULL, check=True)
-    (folder / "usr/bin").mkdir(parents=True)
-    for program in PROGRAMS:
-        (folder / "usr/bin" / program).symlink_to(harness.build_dir / "bin" / program)
+    for program, place in PROGRAMS.items():
+        (folder / place).mkdir(parents=True, exist_ok=True)
+        (folder / place / program).symlink_to(harness.build_dir / "bin" / program)
     wanted = folder / "etc/systemd/system/multi-user.target.wants"
     wanted.mkdir(parents=True)
     for unit in (DAEMON, DIRECTORY):
