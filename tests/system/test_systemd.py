@@ -47,7 +47,9 @@ def stage(folder: Path) -> Path:
     return folder
 
 
-class Systemd(GuestTestCase):
+class SystemdTestCase(GuestTestCase):
+    """One machine for all tests of a class."""
+
     # The drivers that the units load themselves, or udev when a device comes. One processor: the kernel patches its
     # own code whenever the first filter of a kind comes, which a second emulated one may run at that moment.
     machine_options = {"leave_out": ["binder_linux", "sd_mod", "mmc_block"], "processors": 1}
@@ -134,7 +136,9 @@ class Systemd(GuestTestCase):
         for name in wanted:
             self.assertEqual(f"/mnt/{name}", self.sh(f"readlink /media/{name}").strip())
 
-    # The tests.
+
+class Boot(SystemdTestCase):
+    """From boot to stop, with a crash between."""
 
     def test_boot(self) -> None:
         """Everything is up by itself, in the mount namespace of all."""
@@ -158,6 +162,51 @@ class Systemd(GuestTestCase):
         wait_until(lambda: [line for line in self.refused() if REFUSED in line], "the kernel's record of a refusal", LIMIT)
         self.assertEqual("", self.sh("ls -d /run/refused 2>/dev/null || true"))
         self._cursor = self.sh("journalctl -q -n 0 --show-cursor | sed -n 's/^-- cursor: //p'").strip()
+
+    def test_killed_daemon(self) -> None:
+        """What a killed daemon left is cleared, nothing else, and what it had mounted comes back."""
+        self.plug("stick")
+        self.plug("card")
+        self.wait_mounted("mmcblk0p1", "sda1")
+        self.sh("mkdir /mnt/music /mnt/usbx /mnt/sdy1 /mnt/sdz1; touch /mnt/sdy1/kept; mount -t tmpfs radio /mnt/music; "
+                "mount /dev/sda1 /mnt/usbx; ln -s /mnt/music /media/music; ln -s /home /media/sdw1; "
+                "ln -s /mnt/sdz1 /media/sdz1")
+        before = self.main_pid()
+        mounts = self.sh("wc -l </proc/1/mounts")
+        for number in (signal.SIGKILL, signal.SIGABRT):
+            self.sh(f"kill -{int(number)} {before}")
+            before = self.wait_up(other_than=before)
+            self.wait_mounted("mmcblk0p1", "sda1")
+            self.assertEqual(mounts, self.sh("wc -l </proc/1/mounts"))
+        self.assertEqual("mmcblk0p1\nmusic\nsda1\nsdy1\nusbx\n", self.sh("ls /mnt"))
+        self.assertEqual("mmcblk0p1\nmusic\nsda1\nsdw1\n", self.sh("ls /media"))
+        self.assertEqual({"/mnt/music": "radio", "/mnt/usbx": "/dev/sda1", "/mnt/sda1": "/dev/sda1",
+                          "/mnt/mmcblk0p1": "/dev/mmcblk0p1"}, self.mounts())
+        self.sh("umount /mnt/music /mnt/usbx; rm -r /mnt/music /mnt/usbx /mnt/sdy1 /media/music /media/sdw1")
+
+    def test_stop_and_start(self) -> None:
+        """A stop leaves nothing behind; what came meanwhile is there after the start."""
+        self.plug("stick")
+        self.wait_mounted("sda1")
+        before = self.main_pid()
+        self.sh(f"systemctl restart {DAEMON}")
+        self.wait_up(other_than=before)
+        self.wait_mounted("sda1")
+        self.sh(f"systemctl stop {DAEMON}")
+        self.assertEqual("", self.sh("ls /mnt /media | grep -E '^(sd|mmcblk)' || true"))
+        self.assertEqual({}, self.mounts())
+        self.assertEqual("inactive", self.sh(f"systemctl is-active {START} || true").strip())
+        self.plug("card")
+        self.wait_guest("[ -b /dev/mmcblk0p1 ]", LIMIT)
+        # As if an earlier start had been ended between taking a node away and putting it back.
+        self.sh("mkdir -p /dev/block/.device-service; ln /dev/sda1 /dev/block/.device-service/; rm /dev/sda1")
+        self.sh(f"systemctl start {DAEMON}")
+        self.wait_up()
+        self.wait_mounted("mmcblk0p1", "sda1")
+
+
+class Length(SystemdTestCase):
+    """What takes more restarts than every change can wait for."""
 
     def test_hardware(self) -> None:
         """A stick, a stick behind a hub, a card and a phone, with every filter on."""
@@ -195,27 +244,6 @@ class Systemd(GuestTestCase):
         self.assertTrue(any("epoll_wait" in line or "poll" in line for line in stacks), stacks)
         self.wait_mounted("mmcblk0p1", "sda1", "sdb1")
 
-    def test_killed_daemon(self) -> None:
-        """What a killed daemon left is cleared, nothing else, and what it had mounted comes back."""
-        self.plug("stick")
-        self.plug("card")
-        self.wait_mounted("mmcblk0p1", "sda1")
-        self.sh("mkdir /mnt/music /mnt/usbx /mnt/sdy1 /mnt/sdz1; touch /mnt/sdy1/kept; mount -t tmpfs radio /mnt/music; "
-                "mount /dev/sda1 /mnt/usbx; ln -s /mnt/music /media/music; ln -s /home /media/sdw1; "
-                "ln -s /mnt/sdz1 /media/sdz1")
-        before = self.main_pid()
-        mounts = self.sh("wc -l </proc/1/mounts")
-        for number in (signal.SIGKILL, signal.SIGABRT):
-            self.sh(f"kill -{int(number)} {before}")
-            before = self.wait_up(other_than=before)
-            self.wait_mounted("mmcblk0p1", "sda1")
-            self.assertEqual(mounts, self.sh("wc -l </proc/1/mounts"))
-        self.assertEqual("mmcblk0p1\nmusic\nsda1\nsdy1\nusbx\n", self.sh("ls /mnt"))
-        self.assertEqual("mmcblk0p1\nmusic\nsda1\nsdw1\n", self.sh("ls /media"))
-        self.assertEqual({"/mnt/music": "radio", "/mnt/usbx": "/dev/sda1", "/mnt/sda1": "/dev/sda1",
-                          "/mnt/mmcblk0p1": "/dev/mmcblk0p1"}, self.mounts())
-        self.sh("umount /mnt/music /mnt/usbx; rm -r /mnt/music /mnt/usbx /mnt/sdy1 /media/music /media/sdw1")
-
     def test_no_start_limit(self) -> None:
         """It comes back however often it ends, and however fast."""
         self.plug("stick")
@@ -229,26 +257,6 @@ class Systemd(GuestTestCase):
             done""", 2 * LIMIT)
         self.wait_up()
         self.wait_mounted("sda1")
-
-    def test_stop_and_start(self) -> None:
-        """A stop leaves nothing behind; what came meanwhile is there after the start."""
-        self.plug("stick")
-        self.wait_mounted("sda1")
-        before = self.main_pid()
-        self.sh(f"systemctl restart {DAEMON}")
-        self.wait_up(other_than=before)
-        self.wait_mounted("sda1")
-        self.sh(f"systemctl stop {DAEMON}")
-        self.assertEqual("", self.sh("ls /mnt /media | grep -E '^(sd|mmcblk)' || true"))
-        self.assertEqual({}, self.mounts())
-        self.assertEqual("inactive", self.sh(f"systemctl is-active {START} || true").strip())
-        self.plug("card")
-        self.wait_guest("[ -b /dev/mmcblk0p1 ]", LIMIT)
-        # As if an earlier start had been ended between taking a node away and putting it back.
-        self.sh("mkdir -p /dev/block/.device-service; ln /dev/sda1 /dev/block/.device-service/; rm /dev/sda1")
-        self.sh(f"systemctl start {DAEMON}")
-        self.wait_up()
-        self.wait_mounted("mmcblk0p1", "sda1")
 
     def test_disks_of_before(self) -> None:
         """What was there before the first start of a boot is not for the daemon, unless the unit's owner says so."""
