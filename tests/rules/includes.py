@@ -49,4 +49,5 @@ def main() -> None:
     tree.finish([complaint for complaint in complaints if complaint], checked, "includes")
 
 
-main()
+if __name__ == "__main__":
+    main()
