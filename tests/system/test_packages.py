@@ -202,22 +202,33 @@ class Lifecycle(unittest.TestCase):
             self.assertFalse((self.tree.root / program).exists(), program)
         self.assertEqual(set(), {name for name, state in self.versions().items() if state != "config-files"})
 
-    def test_6_purge_leaves_nothing(self) -> None:
-        # What the daemon would have left in the meantime.
-        for item in ("var/lib/vx-vendor-data/84",):
-            (self.tree.root / item).parent.mkdir(parents=True, exist_ok=True)
-            (self.tree.root / item).write_text("79")
-        self.tree.apt("purge", *NAMES)
+    def store_vendor_data(self) -> None:
+        """What the daemon would have left in the meantime."""
+        folder = self.tree.root / "var/lib/vx-vendor-data"
+        folder.mkdir()
+        (folder / "84").write_text("79")
+
+    def assert_nothing_left(self) -> None:
         self.assertEqual({}, self.versions())
         self.assertEqual("", self.tree.chroot("dpkg", "--audit"))
         after = files_of(self.tree)
-        self.assertEqual(sorted(after - self.before), [])
-        self.assertEqual(sorted(self.before - after), [])
+        self.assertEqual([], sorted(after - self.before), "left behind")
+        self.assertEqual([], sorted(self.before - after), "taken along")
 
-    def test_7_installs_again_after_the_purge(self) -> None:
+    def test_6_purge_after_removal_leaves_nothing(self) -> None:
+        self.store_vendor_data()
+        # Of a package without anything to keep dpkg knows no more.
+        self.assertIn("device-service", self.versions())
+        self.tree.chroot("dpkg", "--purge", *self.versions())
+        self.assert_nothing_left()
+
+    def test_7_installs_again_and_is_purged_at_once(self) -> None:
         self.install(2)
         self.assertEqual({name: SECOND for name in NAMES}, self.versions())
         self.assert_works()
+        self.store_vendor_data()
+        self.tree.apt("purge", *NAMES)
+        self.assert_nothing_left()
 
 
 if __name__ == "__main__":
