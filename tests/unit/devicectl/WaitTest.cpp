@@ -138,7 +138,7 @@ TEST(VolumeOperations, WhatIsUnknownIsNotKnown) {
 
 TEST(RenderWait, WhatWasFound) {
     EXPECT_EQ(renderFoundVolume(Format::kHuman, stick("sda1", "MU\x1bSIC", "/mnt/sda1")),
-              "NAME  LABEL       FORMAT  IDENTITY  MOUNT PATH  ACCESS PATH  DEVICE  DISK\n"
+              "NAME  LABEL      FORMAT  IDENTITY  MOUNT PATH  ACCESS PATH  DEVICE  DISK\n"
               "sda1  MU\\x1bSIC  vfat    id        /mnt/sda1   /media/x     /dev/x  /dev/sda\n");
     EXPECT_THAT(renderFoundVolume(Format::kJson, stick("sda1", "MUSIC", "/mnt/sda1")),
                 StartsWith("{\"schemaVersion\":1,\"found\":\"volume\",\"volume\":{\"name\":\"sda1\","));

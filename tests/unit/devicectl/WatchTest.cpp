@@ -225,21 +225,28 @@ TEST_F(Topology, AFolderThatIsNotThereHoldsNothing) {
 /** A terminal: what a program writes to it, and its state. */
 class Terminal : public testing::Test {
   protected:
-    void SetUp() override {
-        ASSERT_EQ(openpty(&mMaster, &mSlave, nullptr, nullptr, nullptr), 0);
-        fcntl(mMaster, F_SETFL, O_NONBLOCK);
-    }
+    void SetUp() override { ASSERT_EQ(openpty(&mMaster, &mSlave, nullptr, nullptr, nullptr), 0); }
     void TearDown() override {
         close(mMaster);
         close(mSlave);
     }
 
-    std::string shown() const {
-        std::string text;
+    /** What came up to @p end and with it; the kernel takes a moment. All that came in ten seconds if that
+     * does not. */
+    std::string shownUntil(const std::string& end) {
+        constexpr int kLimitMs = 10000;
         std::array<char, 4096> block{};
-        for (ssize_t count = 0; (count = read(mMaster, block.data(), block.size())) > 0;) {
-            text.append(block.data(), static_cast<size_t>(count));
+        pollfd source{mMaster, POLLIN, 0};
+        while (mShown.find(end) == std::string::npos && poll(&source, 1, kLimitMs) > 0) {
+            const ssize_t count = read(mMaster, block.data(), block.size());
+            if (count <= 0) {
+                break;
+            }
+            mShown.append(block.data(), static_cast<size_t>(count));
         }
+        const size_t found = mShown.find(end);
+        const std::string text = mShown.substr(0, found == std::string::npos ? found : found + end.size());
+        mShown.erase(0, text.size());
         return text;
     }
 
@@ -251,6 +258,7 @@ class Terminal : public testing::Test {
 
     int mMaster = -1;
     int mSlave = -1;
+    std::string mShown;  ///< and not yet looked at
 };
 
 TEST_F(Terminal, IsTakenAndGivenBack) {
@@ -260,22 +268,22 @@ TEST_F(Terminal, IsTakenAndGivenBack) {
         Screen screen(mSlave, mSlave);
         ASSERT_EQ(screen.enter(), 0);
         EXPECT_EQ(localModes(), 0U);
-        EXPECT_THAT(shown(), HasSubstr("\x1b[?1049h"));
+        EXPECT_THAT(shownUntil("\x1b[2J"), HasSubstr("\x1b[?1049h"));
         ASSERT_EQ(screen.show({"one", "two"}), 0);
-        EXPECT_EQ(shown(), "\x1b[Hone\x1b[K\r\ntwo\x1b[K\x1b[J");
+        // The terminal adds a return of its own before each newline.
+        EXPECT_EQ(shownUntil("\x1b[J"), "\x1b[Hone\x1b[K\r\r\ntwo\x1b[K\x1b[J");
         screen.leave();
         EXPECT_EQ(localModes(), before);
-        EXPECT_THAT(shown(), HasSubstr("\x1b[?25h\x1b[?1049l"));
+        EXPECT_THAT(shownUntil("\x1b[?1049l"), HasSubstr("\x1b[?25h\x1b[?1049l"));
         ASSERT_EQ(screen.enter(), 0) << "as after a stop";
     }
     EXPECT_EQ(localModes(), before);
-    EXPECT_THAT(shown(), HasSubstr("\x1b[?25h\x1b[?1049l"));
+    EXPECT_THAT(shownUntil("\x1b[?1049l"), HasSubstr("\x1b[?25h\x1b[?1049l"));
 }
 
 TEST_F(Terminal, IsGivenBackByAFault) {
     const tcflag_t before = localModes();
     for (const int fault : {SIGABRT, SIGSEGV, SIGBUS}) {
-        shown();
         const pid_t child = fork();
         if (child == 0) {
             std::freopen("/dev/null", "w", stderr);
@@ -290,7 +298,7 @@ TEST_F(Terminal, IsGivenBackByAFault) {
         ASSERT_EQ(waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == fault) << status;
         EXPECT_EQ(localModes(), before);
-        EXPECT_THAT(shown(), HasSubstr("\x1b[?1049l"));
+        EXPECT_THAT(shownUntil("\x1b[?1049l"), HasSubstr("\x1b[?25h\x1b[?1049l"));
     }
 }
 
