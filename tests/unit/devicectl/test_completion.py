@@ -16,12 +16,14 @@ import sys
 import tempfile
 import time
 import unittest
+from collections.abc import Callable
 from pathlib import Path
 
 FOLDER = Path(__file__).resolve().parent.parent.parent.parent / "tools/devicectl/completion"
 LIMIT = 60.0  # seconds
 END = "end of the line"
-PROMPT = "prompt-of-the-test>"
+READY = "the shell is ready"
+SAY_READY = "echo the shell is 'ready'"  # quoted, so that the echo of the keys is something else
 HOSTILE = ["$(touch pwned)", "`touch pwned`", "two words", "it's \"so\"", "back\\slash", ";touch pwned #", "a&b|c>d<e",
            "$HOME*?[x]{y,z}", "~root", "!touch pwned !!", "M\u00fcsik", "colon:ed=x"]
 completer = ""
@@ -30,7 +32,7 @@ completer = ""
 class Shell:
     """An interactive shell in a folder, whose devicectl is the completer."""
 
-    def __init__(self, argv: list[str], folder: Path, setup: str) -> None:
+    def __init__(self, argv: list[str], folder: Path) -> None:
         self.folder = folder
         environment = {"PATH": f"{folder}:{os.environ['PATH']}", "TERM": "dumb", "HOME": str(folder),
                        "LC_ALL": "C.UTF-8", "ZDOTDIR": str(folder)}
@@ -39,14 +41,11 @@ class Shell:
             os.chdir(folder)
             os.execvpe(argv[0], argv, environment)
         self.shown = b""
-        self.send(setup + "\n")
-        self.wait_shown(f"{PROMPT}ready")
+        self.send(SAY_READY + "\n")
+        self._wait(lambda: READY.encode() in self.shown, "a shell that answers")
 
     def send(self, keys: str) -> None:
         os.write(self.terminal, keys.encode())
-
-    def wait_shown(self, text: str) -> None:
-        self._wait(lambda: text.encode() in self.shown, text)
 
     def run(self, keys: str) -> list[str]:
         """Types the keys and Return; the words that the program is run with then."""
@@ -66,9 +65,9 @@ class Shell:
         path = self.folder / "lines"
         return path.read_text(encoding="utf-8").splitlines() if path.exists() else []
 
-    def _wait(self, condition: object, what: str) -> None:
+    def _wait(self, condition: Callable[[], bool], what: str) -> None:
         deadline = time.monotonic() + LIMIT
-        while not condition():  # type: ignore[operator]
+        while not condition():
             if time.monotonic() > deadline:
                 raise AssertionError(f"not within {LIMIT:g} s: {what}; shown: {self.shown!r}")
             if select.select([self.terminal], [], [], 0.05)[0]:
@@ -87,7 +86,7 @@ class Completion(unittest.TestCase):
     def bash(self) -> Shell:
         (self.folder / "rc").write_text(f"source {FOLDER}/devicectl.bash\nPS1=\nbind 'set bell-style none'\n",
                                         encoding="utf-8")
-        shell = Shell(["bash", "--rcfile", "rc", "-i"], self.folder, f"echo {PROMPT}''ready")
+        shell = Shell(["bash", "--rcfile", "rc", "-i"], self.folder)
         self.addCleanup(shell.close)
         return shell
 
@@ -95,14 +94,14 @@ class Completion(unittest.TestCase):
         (self.folder / ".zshrc").write_text(
             f"fpath=({FOLDER} $fpath)\nautoload -Uz compinit\ncompinit -u -D\nunsetopt beep\n"
             "setopt no_always_last_prompt\nPS1=\n", encoding="utf-8")
-        shell = Shell(["zsh", "-i"], self.folder, f"print {PROMPT}''ready")
+        shell = Shell(["zsh", "-i"], self.folder)
         self.addCleanup(shell.close)
         return shell
 
     def complete_all(self, shell: Shell) -> None:
         """What both shells must do alike."""
         self.assertEqual(["volumes"], shell.run("devicectl volu\t"))
-        self.assertEqual(["wait", "usb", "46f4:0001"], shell.run("devicectl wa\tus\t46\t"))
+        self.assertEqual(["wait", "usb", "46f4:0001"], shell.run("devicectl wai\tus\t46\t"))
         self.assertEqual(["wait", "usb", "46f4:0001"], shell.run("devicectl wait usb 46f4:\t"))
         self.assertEqual(["--color=always"], shell.run("devicectl --color=al\t"))
         self.assertEqual(["--color", "never", "usb", "power", "1", "off"],
