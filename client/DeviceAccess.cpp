@@ -74,7 +74,7 @@ std::vector<sp<device::DeviceItf>> DeviceAccess::read(const sp<Manager>& manager
     for (const sp<Record>& device : known) {
         paths.push_back(keyOf(*device));
     }
-    return listDevices(*manager, paths);
+    return Lists::devices(*manager, paths);
 }
 
 }  // namespace client

@@ -7,7 +7,7 @@
 
 namespace client {
 
-const char* nameOf(Service service) {
+const char* Events::nameOf(Service service) {
     switch (service) {
         case Service::kDeviceManager:
             return device::IDeviceManager::kServiceName;

@@ -19,9 +19,6 @@ enum class Service : uint32_t {
     kUsbManager = 4,
 };
 
-/** The name under which @p service is registered, such as "VolumeManager"; of static storage. Any thread. */
-const char* nameOf(Service service);
-
 /**
  * What a Client tells: one call-back for each kind of event. One left empty is not told, and costs nothing.
  *
@@ -77,6 +74,10 @@ struct Events {
     std::function<void(int32_t event, int32_t value)> deviceEvent;   ///< device::DeviceManagerNotifierItf
     std::function<void(int32_t event, int32_t value)> volumeEvent;   ///< volume::VolumeManagerNotifierItf
     ///@}
+
+    /** The name under which @p service is registered, such as "VolumeManager"; of static storage. Any thread.
+     */
+    static const char* nameOf(Service service);
 };
 
 }  // namespace client

@@ -56,12 +56,12 @@ std::vector<Record> readUntilItAgrees(const std::function<std::vector<Record>()>
 
 }  // namespace
 
-std::vector<sp<device::DeviceItf>> listDevices(device::IDeviceManager& manager) {
-    return listDevices(manager, devicePaths());
+std::vector<sp<device::DeviceItf>> Lists::devices(device::IDeviceManager& manager) {
+    return devices(manager, devicePaths());
 }
 
-std::vector<sp<device::DeviceItf>> listDevices(device::IDeviceManager& manager,
-                                               const std::vector<std::string>& paths) {
+std::vector<sp<device::DeviceItf>> Lists::devices(device::IDeviceManager& manager,
+                                                  const std::vector<std::string>& paths) {
     std::vector<sp<device::DeviceItf>> found;
     std::set<std::string> seen;
     for (const std::string& path : deepest(paths)) {
@@ -75,7 +75,7 @@ std::vector<sp<device::DeviceItf>> listDevices(device::IDeviceManager& manager,
     return found;
 }
 
-std::vector<sp<volume::VolumeItf>> listVolumes(volume::IVolumeManager& manager) {
+std::vector<sp<volume::VolumeItf>> Lists::volumes(volume::IVolumeManager& manager) {
     return readUntilItAgrees<sp<volume::VolumeItf>>([&manager] {
         std::vector<sp<volume::VolumeItf>> volumes;
         for (int index = 0;; ++index) {
@@ -88,7 +88,7 @@ std::vector<sp<volume::VolumeItf>> listVolumes(volume::IVolumeManager& manager) 
     });
 }
 
-std::vector<sp<usb::UsbDeviceItf>> listUsbDevices(usb::IUsbManager& manager) {
+std::vector<sp<usb::UsbDeviceItf>> Lists::usbDevices(usb::IUsbManager& manager) {
     return readUntilItAgrees<sp<usb::UsbDeviceItf>>([&manager] {
         std::vector<sp<usb::UsbDeviceItf>> devices;
         const int count = manager.getUsbDeviceCount();

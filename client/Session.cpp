@@ -288,7 +288,7 @@ template <typename Access>
 void Session::connect(uint64_t connection, const std::vector<sp<typename Access::Record>>& known) {
     Link<Access>& link = std::get<Link<Access>>(mLinks);
     link = Link<Access>();
-    const sp<IBinder> service = mEnvironment.lookUp(nameOf(Access::kService));
+    const sp<IBinder> service = mEnvironment.lookUp(Events::nameOf(Access::kService));
     if (service == nullptr) {
         return;
     }

@@ -75,7 +75,7 @@ void UsbAccess::removeNotifier(const sp<Manager>& manager, const sp<IBinder>& no
 std::vector<sp<usb::UsbDeviceItf>> UsbAccess::read(const sp<Manager>& manager,
                                                    const Environment& /*environment*/,
                                                    const std::vector<sp<Record>>& /*known*/) {
-    return listUsbDevices(*manager);
+    return Lists::usbDevices(*manager);
 }
 
 }  // namespace client

@@ -55,7 +55,7 @@ void VolumeAccess::removeNotifier(const sp<Manager>& manager, const sp<IBinder>&
 std::vector<sp<volume::VolumeItf>> VolumeAccess::read(const sp<Manager>& manager,
                                                       const Environment& /*environment*/,
                                                       const std::vector<sp<Record>>& /*known*/) {
-    return listVolumes(*manager);
+    return Lists::volumes(*manager);
 }
 
 }  // namespace client

@@ -21,8 +21,9 @@ MAY_INCLUDE = {
 # The entry alone knows the services.
 ENTRY = "common/main.cpp"
 # What the client library installs; the convenience layer and the command line client see nothing else of the daemon.
-CLIENT_HEADER = re.compile(r"^(device|usb|volume)/(I\w+|Bn\w+Notifier|\w+NotifierItf|Device(Itf)?|DeviceManagerItf|"
-                           r"UsbDevice(Itf)?|UsbConfig(Itf)?|UsbInterface(Itf)?|Volume(Itf)?)\.h$")
+CLIENT_HEADER = re.compile(
+    r"^((device|usb|volume)/(I\w+|Bn\w+Notifier|\w+(Manager|Host)NotifierItf|Device(Itf)?|DeviceManagerItf|"
+    r"UsbDevice(Itf)?|UsbConfig(Itf)?|UsbInterface(Itf)?|Volume(Itf)?|VolumeMbr)|client/(Client|Events|Lists))\.h$")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 
 
@@ -50,4 +51,5 @@ def main() -> None:
     tree.finish([complaint for complaint in complaints if complaint], checked, "includes")
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -108,10 +108,10 @@ class Recorder {
         };
         Events events;
         events.connected = [this](Service service) {
-            note(std::string("connected ") + client::nameOf(service));
+            note(std::string("connected ") + Events::nameOf(service));
         };
         events.disconnected = [this](Service service) {
-            note(std::string("disconnected ") + client::nameOf(service));
+            note(std::string("disconnected ") + Events::nameOf(service));
         };
         events.deviceAdded = device("device");
         events.deviceRemoved = device("no device");

@@ -28,7 +28,7 @@ class ListsTest : public ::testing::Test {
         std::vector<std::string> names;
         const auto manager =
             interface_cast<volume::IVolumeManager>(sp<android::IBinder>(mDaemon.mVolumeService.remote));
-        for (const auto& volume : client::listVolumes(*manager)) {
+        for (const auto& volume : client::Lists::volumes(*manager)) {
             names.emplace_back(volume->getName().string());
         }
         return names;
@@ -37,7 +37,7 @@ class ListsTest : public ::testing::Test {
         std::vector<uint32_t> ids;
         const auto manager =
             interface_cast<usb::IUsbManager>(sp<android::IBinder>(mDaemon.mUsbService.remote));
-        for (const auto& device : client::listUsbDevices(*manager)) {
+        for (const auto& device : client::Lists::usbDevices(*manager)) {
             ids.push_back(device->getId());
         }
         return ids;
@@ -46,7 +46,7 @@ class ListsTest : public ::testing::Test {
         std::vector<std::string> paths;
         const auto manager =
             interface_cast<device::IDeviceManager>(sp<android::IBinder>(mDaemon.mDeviceService.remote));
-        for (const auto& device : client::listDevices(*manager, asked)) {
+        for (const auto& device : client::Lists::devices(*manager, asked)) {
             paths.emplace_back(device->getPath().string());
         }
         return paths;
