@@ -128,6 +128,8 @@ class Headers(unittest.TestCase):
 
 # Installed for its constants: the daemon alone implements it, clients have IDeviceManager.
 CODE_IS_THE_DAEMONS = {"device::DeviceManagerItf"}
+# Classes without a virtual function, whose type the compiler describes nowhere.
+WITHOUT_TYPE_INFORMATION = {"client::Client", "client::Events", "client::Lists"}
 # What stands before the name in a demangled symbol that is no function or variable of the name's own.
 GENERATED = re.compile(r"^(?:(?:non-)?virtual thunk to|covariant return thunk to|vtable for|VTT for|typeinfo for|"
                        r"typeinfo name for) ")
@@ -176,7 +178,8 @@ class Exports(unittest.TestCase):
 
     def test_type_information_of_every_class_is_exported(self) -> None:
         exported = {symbol for symbol, _ in exports_of(stage.libraries / "libdeviceservice.so")}
-        wanted = {f"typeinfo {word}for {name}" for name in client_classes() for word in ("", "name ")}
+        wanted = {f"typeinfo {word}for {name}" for name in client_classes() - WITHOUT_TYPE_INFORMATION
+                  for word in ("", "name ")}
         self.assertEqual(set(), wanted - exported)
 
     def test_bundled_libraries_export_their_interfaces(self) -> None:
