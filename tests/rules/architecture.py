@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The tables of threads and locks in docs/architecture.md have every named thread and every mutex of the daemon, and
-the files that the page names are there."""
+"""The tables of docs/architecture.md have every folder of the project, every named thread and every mutex of the daemon,
+and nothing else; the files that the page names are there."""
 
 from __future__ import annotations
 
@@ -19,6 +19,7 @@ TAGGED = re.compile(r"pthread_setname_np\(pthread_self\(\), LOG_TAG\)")
 TAG = re.compile(r'#define LOG_TAG "(\w+)"')
 LOCK_ROW = re.compile(r"`(\w+::m\w+)`")
 THREAD_ROW = re.compile(r'"(\w+(?:…)?)"')
+ROOM_ROW = re.compile(r"`([\w]+)/[\w/]*`")
 SOURCE = re.compile(r"`((?:common|device|usb|volume|tools|tests|platform)/[\w/]+\.\w+)`")
 
 
@@ -60,12 +61,16 @@ def main() -> None:
     complaints += [f"{DOCUMENT}: no thread is called {row}" for row, names in meant.items() if not names]
     complaints += [f"{DOCUMENT}: no row for the thread {name}" for name in sorted(threads)
                    if not any(name in names for names in meant.values())]
+    rooms = set(ROOM_ROW.findall(first_cells("Rooms")))
+    folders = {path.parts[0] for path in tree.files() if len(path.parts) > 1 and not path.parts[0].startswith(".")}
+    complaints += [f"{DOCUMENT}: no room for {name}/" for name in sorted(folders - rooms)]
+    complaints += [f"{DOCUMENT}: there is no folder {name}/" for name in sorted(rooms - folders)]
     named = SOURCE.findall(tree.text_of(DOCUMENT))
     complaints += [f"{DOCUMENT}: there is no {name}" for name in named if not (tree.ROOT / name).exists()]
-    checked = len(locks) + len(threads) + len(named)
+    checked = len(locks) + len(threads) + len(folders) + len(named)
     if not locks or not threads:
         complaints.append("no lock or no thread was found in the code")
-    tree.finish(complaints, checked, "locks, threads and files")
+    tree.finish(complaints, checked, "locks, threads, folders and files")
 
 
 main()

@@ -39,6 +39,7 @@ from vm.session import Session
 FENCE = re.compile(r"^ *```(\S*) *(\S*)$")
 DIRECTIVE = re.compile(r"^<!-- test: (.*) -->$")
 COMMAND_LIMIT = 300.0  # seconds; a tutorial may build
+BOOT_LIMIT = 400.0     # systemd brings up a whole system
 # Commands that change nothing: what they show may need a moment to come true.
 LOOKS = re.compile(r"^(devicectl (--json )?(services|volumes|usb list|dump)|systemctl (is-active|status|show)|journalctl|"
                    r"ls|cat|grep|ps|readlink|sort)\b(?!.*[;>])")
@@ -199,7 +200,7 @@ class DocumentTestCase(GuestTestCase):
             # As in the tests of the units themselves, which say why.
             options = {"systemd": empty, "processors": 1, "leave_out": ["binder_linux", "sd_mod", "mmc_block"]}
         cls.machine = Machine(cls.session, **options)
-        cls.machine.boot()
+        cls.machine.boot(BOOT_LIMIT)
         self.services = Services(self.guest, harness.build_dir)
 
     def keep_evidence(self) -> Path:
