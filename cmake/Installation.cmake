@@ -21,8 +21,7 @@ function(install_house_programs component folder)
     install(TARGETS ${ARGN} RUNTIME DESTINATION ${${folder}} COMPONENT ${component})
 endfunction()
 
-# install_platform_library(COMPONENT TARGET): a bundled library that only this project's packages use. What it exports
-# is what its version map says.
+# install_platform_library(COMPONENT TARGET): a bundled library that only the component's own programs link.
 function(install_platform_library component target)
     install(TARGETS ${target}
         LIBRARY DESTINATION ${DEVICE_SERVICE_PRIVATE_LIBDIR} COMPONENT ${component} NAMELINK_SKIP)
@@ -116,7 +115,6 @@ endfunction()
 
 function(install_pkg_config_file bundled)
     set(folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-    file(RELATIVE_PATH PC_PREFIX ${CMAKE_INSTALL_PREFIX}/${folder} ${CMAKE_INSTALL_PREFIX})
     if(bundled)
         set(PC_BINDER_INCLUDE "")
         set(PC_BINDER_LIBDIR "\${libdir}/device-service")
@@ -126,6 +124,14 @@ function(install_pkg_config_file bundled)
         get_filename_component(PC_BINDER_LIBDIR ${location} DIRECTORY)
         set(PC_BINDER_INCLUDE " -I${include}")
     endif()
-    configure_file(${CMAKE_SOURCE_DIR}/cmake/deviceservice.pc.in ${CMAKE_BINARY_DIR}/deviceservice.pc @ONLY)
-    install(FILES ${CMAKE_BINARY_DIR}/deviceservice.pc DESTINATION ${folder} COMPONENT development)
+    # The prefix is the installation's, which `cmake --install --prefix` may have chosen. Relative to this file it would
+    # lead applications' run paths through a folder that only machines with the development files have.
+    set(PC_PREFIX "@PC_PREFIX@")
+    set(file ${CMAKE_BINARY_DIR}/deviceservice.pc)
+    configure_file(${CMAKE_SOURCE_DIR}/cmake/deviceservice.pc.in ${file}.in @ONLY)
+    install(CODE "
+        set(PC_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(\"${file}.in\" \"${file}\" @ONLY)"
+        COMPONENT development)
+    install(FILES ${file} DESTINATION ${folder} COMPONENT development)
 endfunction()

@@ -60,11 +60,13 @@ set(PACKAGE_TEXT_servicemanager
     "The context manager of the binder driver, with which services register and where clients find them. Only for units
 whose image brings none: there is one on a driver.")
 
-find_program(GZIP gzip)
-set(changelog ${CMAKE_BINARY_DIR}/changelog.Debian.gz)
-if(GZIP)
+# What a distribution's package has to bring, and what a private prefix has no use for.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    find_program(GZIP gzip REQUIRED)
+    set(changelog ${CMAKE_BINARY_DIR}/changelog.Debian.gz)
     execute_process(COMMAND ${GZIP} -9nc ${CMAKE_SOURCE_DIR}/packaging/debian/changelog OUTPUT_FILE ${changelog}
         COMMAND_ERROR_IS_FATAL ANY)
+    set(papers ${CMAKE_SOURCE_DIR}/packaging/debian/copyright ${changelog})
 endif()
 
 foreach(component ${CPACK_COMPONENTS_ALL})
@@ -75,10 +77,9 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     # The scripts around installation and removal.
     file(GLOB scripts CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/debian/${component}/*)
     set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA ${scripts})
-    # What a distribution's package has to bring, and what a private prefix has no use for.
-    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-        install(FILES ${CMAKE_SOURCE_DIR}/packaging/debian/copyright ${changelog}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE_NAME_${component}} COMPONENT ${component})
+    if(papers)
+        install(FILES ${papers} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE_NAME_${component}}
+            COMPONENT ${component})
     endif()
 endforeach()
 

@@ -72,7 +72,8 @@ class Stage:
         self._folder.cleanup()
 
     def pkg_config(self, *arguments: str) -> list[str]:
-        return shlex.split(run(["pkg-config", *arguments, "deviceservice"],
+        # The tree is staged: what the file calls the prefix is where the file is.
+        return shlex.split(run(["pkg-config", "--define-prefix", *arguments, "deviceservice"],
                                env={**os.environ, "PKG_CONFIG_PATH": str(self.libraries / "pkgconfig")}))
 
 
@@ -262,6 +263,8 @@ class Consumer(unittest.TestCase):
 
     def test_by_pkg_config(self) -> None:
         self.assertEqual([stage.version], stage.pkg_config("--modversion"))
+        file = (stage.libraries / "pkgconfig/deviceservice.pc").read_text()
+        self.assertIn(f"prefix=/{stage.prefix.relative_to(stage.root)}\n", file, "without the folder that it is staged in")
         program = stage.work / "by-pkg-config"
         for compiler in COMPILERS:
             with self.subTest(compiler):
