@@ -7,7 +7,6 @@
 #include <binder/Parcel.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <functional>
@@ -21,8 +20,8 @@
 #include "device/Device.h"
 #include "device/DeviceParcel.h"
 #include "tests/unit/device/Recorder.h"
-#include "tests/unit/support/LogCapture.h"
 #include "tests/unit/support/LoopbackBinder.h"
+#include "tests/unit/support/ServiceFixture.h"
 
 using android::BBinder;
 using android::IBinder;
@@ -47,9 +46,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 namespace {
-
-constexpr pid_t kClient = 1001;
-constexpr pid_t kOther = 1002;
 
 /** A core that remembers what it is asked and answers what the test says. */
 class FakeCore : public device::DeviceManagerImplItf {
@@ -111,45 +107,11 @@ void expectEqual(const sp<DeviceItf>& expected, const sp<DeviceItf>& actual) {
     }
 }
 
-void writeToken(Parcel& request, const char* name = "device.DeviceManager") {
-    request.writeInt32(0);
-    request.writeString16(String16(name));
-}
-
-class DeviceServiceTest : public ::testing::Test {
+class DeviceServiceTest : public ServiceFixture<BnDeviceManager, IDeviceManager, FakeCore> {
   protected:
-    /** A request written field by field; the reply is at its start. */
-    status_t transact(uint32_t code, const std::function<void(Parcel&)>& write, Parcel* reply,
+    status_t transact(uint32_t code, const Writer& write, Parcel* reply,
                       const char* token = "device.DeviceManager") {
-        Parcel request;
-        writeToken(request, token);
-        if (write) {
-            write(request);
-        }
-        return mService->transact(code, request, reply);
-    }
-
-    std::string dump(std::initializer_list<const char*> arguments) {
-        Vector<String16> args;
-        for (const char* argument : arguments) {
-            args.add(String16(argument));
-        }
-        const int fd = memfd_create("dump", MFD_CLOEXEC);
-        EXPECT_EQ(OK, mService->dump(fd, args));
-        std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-        EXPECT_EQ(static_cast<ssize_t>(text.size()), pread(fd, text.data(), text.size(), 0));
-        close(fd);
-        return text;
-    }
-
-    void add(const sp<IBinder>& notifier, pid_t pid) {
-        const CallingAs caller(pid);
-        EXPECT_EQ(0, mService->addNotifier(notifier));
-    }
-
-    void remove(const sp<IBinder>& notifier, pid_t pid) {
-        const CallingAs caller(pid);
-        EXPECT_EQ(0, mService->removeNotifier(notifier));
+        return ServiceFixture::transact(code, write, reply, token);
     }
 
     /** A client's notifier as the service sees it from another process. */
@@ -157,11 +119,6 @@ class DeviceServiceTest : public ::testing::Test {
         return new LoopbackBinder(new BnDeviceManagerNotifier(recorder), getpid());
     }
 
-    LogCapture mLog;
-    sp<FakeCore> mCore = new FakeCore();
-    sp<BnDeviceManager> mService = new BnDeviceManager(mCore);
-    sp<LoopbackBinder> mRemote = new LoopbackBinder(mService, kClient);
-    sp<IDeviceManager> mProxy = android::interface_cast<IDeviceManager>(sp<IBinder>(mRemote));
     sp<Recorder> mRecorder = new Recorder(77);
 };
 
@@ -301,7 +258,7 @@ TEST_F(DeviceServiceTest, AnswersRequestsThatAreCutShortWithAnError) {
     };
     for (const auto& [code, write] : requests) {
         Parcel whole;
-        writeToken(whole);
+        writeToken(whole, "device.DeviceManager");
         const size_t head = whole.dataSize();
         write(whole);
         for (size_t size = 0; size < whole.dataSize(); ++size) {
@@ -442,7 +399,7 @@ TEST(DeviceNotifierWireTest, RefusesForeignAndBrokenRequests) {
     const sp<BnDeviceManagerNotifier> notifier = new BnDeviceManagerNotifier(recorder);
     for (uint32_t code = 1; code <= 3; ++code) {
         Parcel foreign;
-        writeToken(foreign);
+        writeToken(foreign, "device.DeviceManager");
         Parcel reply;
         EXPECT_EQ(-1, notifier->transact(code, foreign, &reply));
         Parcel cut;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/unit/usb_service/UsbServiceFixture.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,12 +10,7 @@
 #include "usb/BnUsbManagerNotifier.h"
 
 using android::IBinder;
-using android::OK;
-using android::Parcel;
 using android::sp;
-using android::status_t;
-using android::String16;
-using android::Vector;
 
 sp<usb::UsbDeviceItf> makeUsbDevice(uint32_t id, uint32_t interfaces) {
     usb::UsbDevice::Interfaces set;
@@ -50,44 +44,6 @@ void expectSameUsbDevice(const sp<usb::UsbDeviceItf>& expected, const sp<usb::Us
         return all;
     };
     EXPECT_EQ(triples(expected), triples(actual));
-}
-
-void writeToken(Parcel& request, const char* name) {
-    request.writeInt32(0);
-    request.writeString16(String16(name));
-}
-
-status_t UsbServiceFixture::transact(uint32_t code, const Writer& write, Parcel* reply, const char* token) {
-    Parcel request;
-    writeToken(request, token);
-    if (write) {
-        write(request);
-    }
-    const CallingAs caller(kClient);
-    return mService->transact(code, request, reply);
-}
-
-std::string UsbServiceFixture::dump(std::initializer_list<const char*> arguments) {
-    Vector<String16> args;
-    for (const char* argument : arguments) {
-        args.add(String16(argument));
-    }
-    const int fd = memfd_create("dump", MFD_CLOEXEC);
-    EXPECT_EQ(OK, mService->dump(fd, args));
-    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-    EXPECT_EQ(static_cast<ssize_t>(text.size()), pread(fd, text.data(), text.size(), 0));
-    close(fd);
-    return text;
-}
-
-void UsbServiceFixture::add(const sp<IBinder>& notifier, pid_t pid) {
-    const CallingAs caller(pid);
-    EXPECT_EQ(0, mService->addNotifier(notifier));
-}
-
-void UsbServiceFixture::remove(const sp<IBinder>& notifier, pid_t pid) {
-    const CallingAs caller(pid);
-    EXPECT_EQ(0, mService->removeNotifier(notifier));
 }
 
 void UsbServiceFixture::addHost(const sp<IBinder>& notifier, pid_t pid) {

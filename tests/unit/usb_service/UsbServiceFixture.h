@@ -11,12 +11,11 @@
 #include <utils/Mutex.h>
 
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-#include "tests/unit/support/LogCapture.h"
 #include "tests/unit/support/LoopbackBinder.h"
+#include "tests/unit/support/ServiceFixture.h"
 #include "usb/BnUsbManager.h"
 #include "usb/UsbDevice.h"
 
@@ -193,24 +192,14 @@ android::sp<usb::UsbDeviceItf> makeUsbDevice(uint32_t id, uint32_t interfaces);
 void expectSameUsbDevice(const android::sp<usb::UsbDeviceItf>& expected,
                          const android::sp<usb::UsbDeviceItf>& actual);
 
-/** Writes the token of @p name as it stands on the wire. */
-void writeToken(android::Parcel& request, const char* name);
-
 /** The service and, for what needs one, a client that calls it through parcels. */
-class UsbServiceFixture : public ::testing::Test {
+class UsbServiceFixture : public ServiceFixture<usb::BnUsbManager, usb::IUsbManager, FakeUsbCore> {
   protected:
-    static constexpr pid_t kClient = 1001;
-    static constexpr pid_t kOther = 1002;
-    using Writer = std::function<void(android::Parcel&)>;
-
-    /** A request written field by field; the reply is at its start. */
     android::status_t transact(uint32_t code, const Writer& write, android::Parcel* reply,
-                               const char* token = "usb.UsbManager");
+                               const char* token = "usb.UsbManager") {
+        return ServiceFixture::transact(code, write, reply, token);
+    }
 
-    std::string dump(std::initializer_list<const char*> arguments);
-
-    void add(const android::sp<android::IBinder>& notifier, pid_t pid);
-    void remove(const android::sp<android::IBinder>& notifier, pid_t pid);
     void addHost(const android::sp<android::IBinder>& notifier, pid_t pid);
     void removeHost(const android::sp<android::IBinder>& notifier, pid_t pid);
 
@@ -218,12 +207,6 @@ class UsbServiceFixture : public ::testing::Test {
     static android::sp<LoopbackBinder> remote(const android::sp<EventRecorder>& recorder);
     static android::sp<LoopbackBinder> remote(const android::sp<HostRecorder>& recorder);
 
-    LogCapture mLog;
-    android::sp<FakeUsbCore> mCore = new FakeUsbCore();
-    android::sp<usb::BnUsbManager> mService = new usb::BnUsbManager(mCore);
-    android::sp<LoopbackBinder> mRemote = new LoopbackBinder(mService, kClient);
-    android::sp<usb::IUsbManager> mProxy =
-        android::interface_cast<usb::IUsbManager>(android::sp<android::IBinder>(mRemote));
     android::sp<EventRecorder> mEvents = new EventRecorder(77);
     android::sp<HostRecorder> mHosts = new HostRecorder(78);
 };

@@ -7,7 +7,6 @@
 #include <binder/Parcel.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,8 +15,8 @@
 #include <memory>
 #include <thread>
 
-#include "tests/unit/support/LogCapture.h"
 #include "tests/unit/support/LoopbackBinder.h"
+#include "tests/unit/support/ServiceFixture.h"
 #include "tests/unit/volume/VolumeRecorder.h"
 #include "volume/BnVolumeManager.h"
 #include "volume/BnVolumeManagerNotifier.h"
@@ -47,8 +46,6 @@ using volume::VolumeItf;
 
 namespace {
 
-constexpr pid_t kClient = 1001;
-constexpr pid_t kOther = 1002;
 constexpr const char* kToken = "volume.VolumeManager";
 constexpr const char* kNotifierToken = "volume.VolumeManagerNotifier";
 
@@ -112,45 +109,10 @@ void expectEqual(const sp<VolumeItf>& expected, const sp<VolumeItf>& actual) {
     EXPECT_EQ(textsOf(*expected), textsOf(*actual));
 }
 
-void writeToken(Parcel& request, const char* name = kToken) {
-    request.writeInt32(0);
-    request.writeString16(String16(name));
-}
-
-class VolumeServiceTest : public ::testing::Test {
+class VolumeServiceTest : public ServiceFixture<BnVolumeManager, IVolumeManager, FakeCore> {
   protected:
-    /** A request written field by field; the reply is at its start. */
-    status_t transact(uint32_t code, const std::function<void(Parcel&)>& write, Parcel* reply,
-                      const char* token = kToken) {
-        Parcel request;
-        writeToken(request, token);
-        if (write) {
-            write(request);
-        }
-        return mService->transact(code, request, reply);
-    }
-
-    std::string dump(std::initializer_list<const char*> arguments) {
-        Vector<String16> args;
-        for (const char* argument : arguments) {
-            args.add(String16(argument));
-        }
-        const int fd = memfd_create("dump", MFD_CLOEXEC);
-        EXPECT_EQ(OK, mService->dump(fd, args));
-        std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-        EXPECT_EQ(static_cast<ssize_t>(text.size()), pread(fd, text.data(), text.size(), 0));
-        close(fd);
-        return text;
-    }
-
-    void add(const sp<IBinder>& notifier, pid_t pid) {
-        const CallingAs caller(pid);
-        EXPECT_EQ(0, mService->addNotifier(notifier));
-    }
-
-    void remove(const sp<IBinder>& notifier, pid_t pid) {
-        const CallingAs caller(pid);
-        EXPECT_EQ(0, mService->removeNotifier(notifier));
+    status_t transact(uint32_t code, const Writer& write, Parcel* reply, const char* token = kToken) {
+        return ServiceFixture::transact(code, write, reply, token);
     }
 
     /** A client's notifier as the service sees it from another process. */
@@ -158,11 +120,6 @@ class VolumeServiceTest : public ::testing::Test {
         return new LoopbackBinder(new BnVolumeManagerNotifier(recorder), getpid());
     }
 
-    LogCapture mLog;
-    sp<FakeCore> mCore = new FakeCore();
-    sp<BnVolumeManager> mService = new BnVolumeManager(mCore);
-    sp<LoopbackBinder> mRemote = new LoopbackBinder(mService, kClient);
-    sp<IVolumeManager> mProxy = android::interface_cast<IVolumeManager>(sp<IBinder>(mRemote));
     sp<VolumeRecorder> mRecorder = new VolumeRecorder(77);
 };
 
@@ -278,7 +235,7 @@ TEST_F(VolumeServiceTest, NeedsNoReplyParcel) {
 
 TEST_F(VolumeServiceTest, AnswersAQueryThatIsCutShortWithAnError) {
     Parcel whole;
-    writeToken(whole);
+    writeToken(whole, kToken);
     const size_t head = whole.dataSize();
     whole.writeInt32(0);
     for (size_t size = 0; size < whole.dataSize(); ++size) {
@@ -433,7 +390,7 @@ TEST(VolumeNotifierWireTest, RefusesForeignAndBrokenRequests) {
     const sp<BnVolumeManagerNotifier> notifier = new BnVolumeManagerNotifier(recorder);
     for (uint32_t code = 1; code <= 3; ++code) {
         Parcel foreign;
-        writeToken(foreign);
+        writeToken(foreign, kToken);
         Parcel reply;
         EXPECT_EQ(-1, notifier->transact(code, foreign, &reply));
         Parcel whole;
