@@ -18,9 +18,9 @@ class BnDeviceManagerNotifier : public android::BnInterface<IDeviceManagerNotifi
     /** Passes everything to @p impl. Aborts the process when it is null. */
     explicit BnDeviceManagerNotifier(const android::sp<DeviceManagerNotifierItf>& impl);
 
-    int32_t onEvent(int32_t event, int32_t value) override;
-    int32_t onDeviceAdded(const android::sp<DeviceItf>& device) override;
-    int32_t onDeviceRemoved(const android::sp<DeviceItf>& device) override;
+    int32_t onEvent(int32_t event, int32_t value) override;                  ///< To the client's object.
+    int32_t onDeviceAdded(const android::sp<DeviceItf>& device) override;    ///< Likewise.
+    int32_t onDeviceRemoved(const android::sp<DeviceItf>& device) override;  ///< Likewise.
 
     /** @return -1 when the request is not for this interface; an error status when it is cut short */
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

@@ -19,9 +19,9 @@ class BnUsbHostNotifier : public android::BnInterface<IUsbHostNotifier> {
     /** Passes everything to @p impl. Aborts the process when it is null. */
     explicit BnUsbHostNotifier(const android::sp<UsbHostNotifierItf>& impl);
 
-    int32_t onEvent(int32_t event, int32_t value) override;
-    int32_t onUsbDeviceAttached(const android::sp<UsbDeviceItf>& device) override;
-    int32_t onUsbDeviceDetached(const android::sp<UsbDeviceItf>& device) override;
+    int32_t onEvent(int32_t event, int32_t value) override;  ///< To the client's object.
+    int32_t onUsbDeviceAttached(const android::sp<UsbDeviceItf>& device) override;  ///< Likewise.
+    int32_t onUsbDeviceDetached(const android::sp<UsbDeviceItf>& device) override;  ///< Likewise.
 
     /** @return -1 when the request is not for this interface; an error status when it is cut short */
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

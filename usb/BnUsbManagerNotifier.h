@@ -19,7 +19,7 @@ class BnUsbManagerNotifier : public android::BnInterface<IUsbManagerNotifier> {
     /** Passes everything to @p impl. Aborts the process when it is null. */
     explicit BnUsbManagerNotifier(const android::sp<UsbManagerNotifierItf>& impl);
 
-    int32_t onEvent(int32_t event, int32_t value) override;
+    int32_t onEvent(int32_t event, int32_t value) override;  ///< To the client's object.
 
     /** @return -1 when the request is not for this interface; an error status when it is cut short */
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

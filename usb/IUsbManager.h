@@ -180,14 +180,14 @@ class IUsbManager : public android::IInterface {
 
     /** @name The certification test mode; meanings, ranges and results: docs/certification.md. */
     ///@{
-    virtual int postTestMessage(int what) = 0;
-    virtual int switchPortChargingMode(int port, int mode) = 0;
-    virtual int getPortChargingMode(int port) = 0;
-    virtual int setMaxHubTier(int tier) = 0;
-    virtual int addUnsupportedClass(int interfaceClass) = 0;
-    virtual int removeUnsupportedClass(int interfaceClass) = 0;
-    virtual int setCertificationMode(int mode) = 0;
-    virtual int getCertificationMode() = 0;
+    virtual int postTestMessage(int what) = 0;                   ///< @return 0; 1 in normal operation
+    virtual int switchPortChargingMode(int port, int mode) = 0;  ///< @return 0; 1 when it was not stored
+    virtual int getPortChargingMode(int port) = 0;               ///< @return 0 to 2; 3 when there is none
+    virtual int setMaxHubTier(int tier) = 0;                     ///< @return 0; 1 in normal operation
+    virtual int addUnsupportedClass(int interfaceClass) = 0;     ///< @return 0; 1 in normal operation
+    virtual int removeUnsupportedClass(int interfaceClass) = 0;  ///< @return 0; 1 in normal operation
+    virtual int setCertificationMode(int mode) = 0;              ///< @return 0; 1 when it was not stored
+    virtual int getCertificationMode() = 0;                      ///< @return 77, 79 (normal) or 84
     ///@}
 };
 

@@ -10,8 +10,8 @@ namespace usb {
  */
 class UsbInterface : public UsbInterfaceItf {
   public:
+    /** The codes of an interface's descriptor. */
     UsbInterface(uint32_t interfaceClass, uint32_t interfaceSubClass, uint32_t interfaceProtocol);
-
     uint32_t getInterfaceClass() const override { return mInterfaceClass; }
     uint32_t getInterfaceSubClass() const override { return mInterfaceSubClass; }
     uint32_t getInterfaceProtocol() const override { return mInterfaceProtocol; }

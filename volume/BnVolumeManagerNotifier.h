@@ -18,9 +18,9 @@ class BnVolumeManagerNotifier : public android::BnInterface<IVolumeManagerNotifi
     /** Passes everything to @p impl. Aborts the process when it is null. */
     explicit BnVolumeManagerNotifier(const android::sp<VolumeManagerNotifierItf>& impl);
 
-    int32_t onEvent(int32_t event, int32_t value) override;
-    int32_t onVolumeAdded(const android::sp<VolumeItf>& volume) override;
-    int32_t onVolumeRemoved(const android::sp<VolumeItf>& volume) override;
+    int32_t onEvent(int32_t event, int32_t value) override;                  ///< To the client's object.
+    int32_t onVolumeAdded(const android::sp<VolumeItf>& volume) override;    ///< Likewise.
+    int32_t onVolumeRemoved(const android::sp<VolumeItf>& volume) override;  ///< Likewise.
 
     /** @return -1 when the request is not for this interface; an error status when it is cut short */
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,

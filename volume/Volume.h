@@ -37,15 +37,15 @@ class Volume : public VolumeItf {
     const android::String8& getMountPath() const override;
     const android::String8& getMbrPath() const override;
 
-    void setName(const android::String8& name) { mName = name; }
+    void setName(const android::String8& name) { mName = name; }  ///< Name of the node, such as "sda1".
     /** The UUID of the file system. */
     void setUuid(const android::String8& uuid) { mUuid = uuid; }
     /** The label of the file system. */
     void setLabel(const android::String8& label) { mLabel = label; }
-    void setFormat(const android::String8& format) { mFormat = format; }
-    void setAccessPath(const android::String8& path) { mAccessPath = path; }
-    void setDevicePath(const android::String8& path) { mDevicePath = path; }
-    void setMountPath(const android::String8& path) { mMountPath = path; }
+    void setFormat(const android::String8& format) { mFormat = format; }      ///< Such as "vfat".
+    void setAccessPath(const android::String8& path) { mAccessPath = path; }  ///< The link below "/media".
+    void setDevicePath(const android::String8& path) { mDevicePath = path; }  ///< Such as "/dev/sda1".
+    void setMountPath(const android::String8& path) { mMountPath = path; }    ///< Where it is mounted.
     /** The UUID of the partition entry; empty where there is none. */
     void setPartitionUuid(const android::String8& uuid) { mPartitionUuid = uuid; }
     /** The name of the partition entry; empty where there is none. */
@@ -64,7 +64,7 @@ class Volume : public VolumeItf {
 
     /** The announce mark: not 0 when the volume was stored and clients have not been told since. */
     int32_t getMark() const { return mMark; }
-    void setMark(int32_t mark) { mMark = mark; }
+    void setMark(int32_t mark) { mMark = mark; }  ///< @param mark 0 when told
 
     /**
      * Writes the raw fields to the log at info priority with the tag "VolumeDetector"; the rules of getUuid()

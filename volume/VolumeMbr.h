@@ -27,19 +27,19 @@ class VolumeMbr : public virtual android::RefBase {
 
     /** The partition table's identifier; empty until it is set. */
     const android::String8& getUuid() const { return mUuid; }
-    void setUuid(const android::String8& uuid) { mUuid = uuid; }
+    void setUuid(const android::String8& uuid) { mUuid = uuid; }  ///< Before it is shared.
 
     /** The partition table's type, such as "gpt" or "dos"; empty until it is set. */
     const android::String8& getType() const { return mType; }
-    void setType(const android::String8& type) { mType = type; }
+    void setType(const android::String8& type) { mType = type; }  ///< Before it is shared.
 
     /** Number of volumes that were found on the disk, 0 or more. */
     int32_t getVolumeCount() const { return mVolumeCount; }
-    void setVolumeCount(int32_t count) { mVolumeCount = count; }
+    void setVolumeCount(int32_t count) { mVolumeCount = count; }  ///< Under the detector's lock.
 
     /** The announce mark: not 0 when the disk was stored and its clients have not been told since. */
     int32_t getMark() const { return mMark; }
-    void setMark(int32_t mark) { mMark = mark; }
+    void setMark(int32_t mark) { mMark = mark; }  ///< @param mark 0 when told
 
     /** Writes the record to the log at info priority with the tag "VolumeDetector". */
     void dump() const;

@@ -14,14 +14,16 @@ MAY_INCLUDE = {
     "device": ("common", "device"),
     "usb": ("common", "usb"),
     "volume": ("common", "volume"),
+    "client": ("client", "device", "usb", "volume"),
     "platform": ("platform",),
     "tools": ("tools", "device", "usb", "volume"),
 }
 # The entry alone knows the services.
 ENTRY = "common/main.cpp"
-# What the client library installs; the command line client sees nothing else of the daemon.
-CLIENT_HEADER = re.compile(r"^(device|usb|volume)/(I\w+|Bn\w+Notifier|\w+NotifierItf|Device(Itf)?|DeviceManagerItf|"
-                           r"UsbDevice(Itf)?|UsbConfig(Itf)?|UsbInterface(Itf)?|Volume(Itf)?)\.h$")
+# What the client library installs; the convenience layer and the command line client see nothing else of the daemon.
+CLIENT_HEADER = re.compile(
+    r"^((device|usb|volume)/(I\w+|Bn\w+Notifier|\w+(Manager|Host)NotifierItf|Device(Itf)?|DeviceManagerItf|"
+    r"UsbDevice(Itf)?|UsbConfig(Itf)?|UsbInterface(Itf)?|Volume(Itf)?|VolumeMbr)|client/(Client|Events|Lists))\.h$")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 
 
@@ -34,7 +36,7 @@ def complaint_about(path: str, included: str) -> str:
         return ""
     if target not in MAY_INCLUDE[folder]:
         return f"{path}: {folder}/ may not include \"{included}\""
-    if folder == "tools" and target != "tools" and not CLIENT_HEADER.match(included):
+    if folder in ("tools", "client") and target != folder and not CLIENT_HEADER.match(included):
         return f"{path}: \"{included}\" is not a header of the client library"
     return ""
 
@@ -49,4 +51,5 @@ def main() -> None:
     tree.finish([complaint for complaint in complaints if complaint], checked, "includes")
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -12,7 +12,7 @@ from pathlib import Path
 from typing import NoReturn, TypeVar
 
 ROOT = Path(__file__).resolve().parent.parent.parent
-PRODUCT = ("common", "device", "usb", "volume", "platform", "tools")
+PRODUCT = ("common", "device", "usb", "volume", "client", "platform", "tools")
 INCLUDES = ("-I", str(ROOT), *(f"-I{folder}" for folder in sorted(ROOT.glob("platform/*/include"))),
             "-isystem", "/usr/include/android", "-isystem", "/usr/include/libxml2",
             "-D_FILE_OFFSET_BITS=64", '-DDEVICE_SERVICE_VERSION="0"')

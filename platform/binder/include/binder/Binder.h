@@ -51,10 +51,10 @@ class BBinder : public IBinder {
  */
 class BpRefBase : public virtual RefBase {
   protected:
-    explicit BpRefBase(const sp<IBinder>& remote) : mRemote(remote) {}
+    explicit BpRefBase(const sp<IBinder>& remote) : mRemote(remote) {}  ///< @param remote not null
     ~BpRefBase() override = default;
 
-    IBinder* remote() const { return mRemote.get(); }
+    IBinder* remote() const { return mRemote.get(); }  ///< The remote object; not null.
 
   private:
     BpRefBase(const BpRefBase&) = delete;

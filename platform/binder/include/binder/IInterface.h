@@ -29,11 +29,11 @@ class IInterface : public virtual RefBase {
 
     /** The object behind an interface: itself on the native side, the remote one behind a proxy. */
     static sp<IBinder> asBinder(const IInterface* interface);
-    static sp<IBinder> asBinder(const sp<IInterface>& interface);
+    static sp<IBinder> asBinder(const sp<IInterface>& interface);  ///< Likewise.
 
   protected:
     ~IInterface() override;
-    virtual IBinder* onAsBinder() = 0;
+    virtual IBinder* onAsBinder() = 0;  ///< What asBinder() returns.
 };
 
 /** @p object as the interface INTERFACE: the local object itself, or a new proxy; null for null. */
@@ -46,24 +46,24 @@ sp<INTERFACE> interface_cast(const sp<IBinder>& object) {
 template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
   public:
-    sp<IInterface> queryLocalInterface(const String16& descriptor) override {
+    sp<IInterface> queryLocalInterface(const String16& descriptor) override {  ///< This object, if its own.
         return descriptor == INTERFACE::descriptor ? sp<IInterface>(this) : nullptr;
     }
-
+    /** INTERFACE's. */
     const String16& getInterfaceDescriptor() const override { return INTERFACE::getInterfaceDescriptor(); }
 
   protected:
-    IBinder* onAsBinder() override { return this; }
+    IBinder* onAsBinder() override { return this; }  ///< This object.
 };
 
 /** The proxy of INTERFACE: derive from it and implement the operations as transactions on remote(). */
 template <typename INTERFACE>
 class BpInterface : public INTERFACE, public BpRefBase {
   public:
-    explicit BpInterface(const sp<IBinder>& remote) : BpRefBase(remote) {}
+    explicit BpInterface(const sp<IBinder>& remote) : BpRefBase(remote) {}  ///< @param remote not null
 
   protected:
-    IBinder* onAsBinder() override { return remote(); }
+    IBinder* onAsBinder() override { return remote(); }  ///< The remote one.
 };
 
 }  // namespace android

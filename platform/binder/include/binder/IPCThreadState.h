@@ -53,11 +53,11 @@ class IPCThreadState {
     /** @param outTargetDied set when the driver says so, which a status from the callee does not tell */
     status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags,
                       bool* outTargetDied);
-    void acquireHandle(int32_t handle);
-    void releaseHandle(int32_t handle);
-    void requestDeathNotification(int32_t handle, uint64_t token);
-    void clearDeathNotification(int32_t handle, uint64_t token);
-    ///@}
+    void acquireHandle(int32_t handle);                             ///< Counts a reference.
+    void releaseHandle(int32_t handle);                             ///< Gives it back.
+    void requestDeathNotification(int32_t handle, uint64_t token);  ///< @param token told with the death
+    void clearDeathNotification(int32_t handle, uint64_t token);    ///< @param token as requested
+                                                                    ///@}
 
   private:
     IPCThreadState();

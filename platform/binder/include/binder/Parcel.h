@@ -43,12 +43,12 @@ class Parcel {
     Parcel(const Parcel&) = delete;
     Parcel& operator=(const Parcel&) = delete;
 
-    const uint8_t* data() const { return mData; }
+    const uint8_t* data() const { return mData; }  ///< The contents; they stay the parcel's.
     /** Bytes in all. */
     size_t dataSize() const { return mDataSize; }
     /** Bytes from the position to the end. */
     size_t dataAvail() const { return mDataSize - mDataPos; }
-    size_t dataPosition() const { return mDataPos; }
+    size_t dataPosition() const { return mDataPos; }  ///< In bytes from the start.
     /**
      * Moves the position; one past the end is cut to the end. Values begin at multiples of 4: elsewhere a
      * write fails with BAD_VALUE, and a String16 is not found.
@@ -80,7 +80,7 @@ class Parcel {
 
     /** @name Interface token: an int32 policy word and the interface's name. */
     ///@{
-    status_t writeInterfaceToken(const String16& interface);
+    status_t writeInterfaceToken(const String16& interface);  ///< Writes a token.
     /** Reads a token. @return whether it names @p interface */
     bool enforceInterface(const String16& interface, IPCThreadState* threadState = nullptr) const;
     /** Reads a token. @return whether it names the interface of @p binder */
@@ -90,16 +90,16 @@ class Parcel {
     /** @name Writing. @return OK, NO_MEMORY, BAD_VALUE for a null or oversized argument, or an earlier error
      */
     ///@{
-    status_t write(const void* data, size_t length);
+    status_t write(const void* data, size_t length);  ///< Copies plain bytes.
     /** Room for @p length bytes, its padding zeroed; null on an error. */
     void* writeInplace(size_t length);
-    status_t writeInt32(int32_t value);
-    status_t writeUint32(uint32_t value);
-    status_t writeInt64(int64_t value);
-    status_t writeUint64(uint64_t value);
-    status_t writeFloat(float value);
-    status_t writeDouble(double value);
-    status_t writeBool(bool value);
+    status_t writeInt32(int32_t value);    ///< 4 bytes.
+    status_t writeUint32(uint32_t value);  ///< 4 bytes.
+    status_t writeInt64(int64_t value);    ///< 8 bytes.
+    status_t writeUint64(uint64_t value);  ///< 8 bytes.
+    status_t writeFloat(float value);      ///< 4 bytes.
+    status_t writeDouble(double value);    ///< 8 bytes.
+    status_t writeBool(bool value);        ///< 4 bytes: 0 or 1.
     /** Bytes up to and with the NUL. */
     status_t writeCString(const char* text);
     /** int32 length, bytes, NUL. */
@@ -120,15 +120,15 @@ class Parcel {
 
     /** @name Reading into a variable, which a failed read leaves. @return OK, NOT_ENOUGH_DATA or BAD_VALUE */
     ///@{
-    status_t read(void* data, size_t length) const;
-    status_t readInt32(int32_t* value) const;
-    status_t readUint32(uint32_t* value) const;
-    status_t readInt64(int64_t* value) const;
-    status_t readUint64(uint64_t* value) const;
-    status_t readFloat(float* value) const;
-    status_t readDouble(double* value) const;
-    status_t readBool(bool* value) const;
-    status_t readString8(String8* text) const;
+    status_t read(void* data, size_t length) const;  ///< Copies plain bytes.
+    status_t readInt32(int32_t* value) const;        ///< 4 bytes.
+    status_t readUint32(uint32_t* value) const;      ///< 4 bytes.
+    status_t readInt64(int64_t* value) const;        ///< 8 bytes.
+    status_t readUint64(uint64_t* value) const;      ///< 8 bytes.
+    status_t readFloat(float* value) const;          ///< 4 bytes.
+    status_t readDouble(double* value) const;        ///< 8 bytes.
+    status_t readBool(bool* value) const;            ///< 4 bytes: not 0.
+    status_t readString8(String8* text) const;       ///< As writeString8().
     /** A null string (length -1) yields UNEXPECTED_NULL. */
     status_t readString16(String16* text) const;
     /** A null object yields UNEXPECTED_NULL. */
@@ -139,23 +139,23 @@ class Parcel {
 
     /** @name Reading a value; zero, empty or null when there is none. */
     ///@{
-    int32_t readInt32() const;
-    uint32_t readUint32() const;
-    int64_t readInt64() const;
-    uint64_t readUint64() const;
-    float readFloat() const;
-    double readDouble() const;
-    bool readBool() const;
-    String8 readString8() const;
-    String16 readString16() const;
-    sp<IBinder> readStrongBinder() const;
+    int32_t readInt32() const;             ///< 4 bytes.
+    uint32_t readUint32() const;           ///< 4 bytes.
+    int64_t readInt64() const;             ///< 8 bytes.
+    uint64_t readUint64() const;           ///< 8 bytes.
+    float readFloat() const;               ///< 4 bytes.
+    double readDouble() const;             ///< 8 bytes.
+    bool readBool() const;                 ///< 4 bytes: not 0.
+    String8 readString8() const;           ///< As writeString8().
+    String16 readString16() const;         ///< As writeString16().
+    sp<IBinder> readStrongBinder() const;  ///< Local or remote.
     /** Inside the parcel, valid as long as it is. */
     const char* readCString() const;
     /** Inside the parcel. @param outLength the length without the NUL */
     const char* readString8Inplace(size_t* outLength) const;
     /** Inside the parcel. @param outLength the length in char16_t without the NUL */
     const char16_t* readString16Inplace(size_t* outLength) const;
-    const void* readInplace(size_t length) const;
+    const void* readInplace(size_t length) const;  ///< Inside the parcel.
     /** The parcel's own descriptor: duplicate it to keep it. -1 or less when there is none. */
     int readFileDescriptor() const;
     /** The int32 that stands before the results of a reply; the error of the parcel if it cannot be read. */

@@ -32,7 +32,7 @@ class ProcessState : public virtual RefBase {
     /** Threads that the driver may ask for beside those that join by themselves. */
     static constexpr size_t kDefaultMaxThreads = 15;
 
-    static sp<ProcessState> self();
+    static sp<ProcessState> self();  ///< Made by the first call.
 
     /** The service manager's proxy, whether there is one or not. */
     sp<IBinder> getContextObject(const sp<IBinder>& caller = nullptr);

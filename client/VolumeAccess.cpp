@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "client/VolumeAccess.h"
+
+#include "client/Lists.h"
+#include "client/Session.h"
+#include "volume/BnVolumeManagerNotifier.h"
+
+namespace client {
+
+using android::IBinder;
+using android::sp;
+using android::wp;
+
+namespace {
+
+class Notifier : public volume::VolumeManagerNotifierItf {
+  public:
+    Notifier(const wp<Session>& session, uint64_t connection) : mSession(session), mConnection(connection) {}
+
+    int32_t onVolumeAdded(const sp<volume::VolumeItf>& volume) override {
+        return Session::hear<VolumeAccess>(mSession, mConnection, true, volume);
+    }
+    int32_t onVolumeRemoved(const sp<volume::VolumeItf>& volume) override {
+        return Session::hear<VolumeAccess>(mSession, mConnection, false, volume);
+    }
+    int32_t onEvent(int32_t event, int32_t value) override {
+        return Session::hearNumber<VolumeAccess>(mSession, mConnection, Event::Kind::kNumbered, event, value);
+    }
+
+  private:
+    const wp<Session> mSession;
+    const uint64_t mConnection;
+};
+
+}  // namespace
+
+bool VolumeAccess::isSame(const Record& one, const Record& other) {
+    // The mount path is left out: that of a volume on its way out reads "unknown".
+    return one.getUuid() == other.getUuid() && one.getLabel() == other.getLabel() &&
+           one.getFormat() == other.getFormat() && one.getAccessPath() == other.getAccessPath() &&
+           one.getDevicePath() == other.getDevicePath() && one.getMbrPath() == other.getMbrPath();
+}
+
+sp<IBinder> VolumeAccess::addNotifier(const sp<Manager>& manager, const sp<IBinder>& /*service*/,
+                                      const wp<Session>& session, uint64_t connection) {
+    sp<IBinder> notifier = new volume::BnVolumeManagerNotifier(new Notifier(session, connection));
+    manager->addNotifier(notifier);
+    return notifier;
+}
+
+void VolumeAccess::removeNotifier(const sp<Manager>& manager, const sp<IBinder>& notifier) {
+    manager->removeNotifier(notifier);
+}
+
+std::vector<sp<volume::VolumeItf>> VolumeAccess::read(const sp<Manager>& manager,
+                                                      const Environment& /*environment*/,
+                                                      const std::vector<sp<Record>>& /*known*/) {
+    return Lists::volumes(*manager);
+}
+
+}  // namespace client
