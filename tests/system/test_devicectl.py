@@ -579,15 +579,15 @@ class Monitors(ClientTestCase):
 
     def picture(self, process: GuestProcess) -> str:
         """What was drawn last, or is being drawn."""
-        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", process.output().decode("utf-8", "replace").rsplit("\x1b[H")[-2])
+        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", process.output("tty").decode("utf-8", "replace").rsplit("\x1b[H")[-2])
 
     def wait_picture(self, process: GuestProcess, pattern: str) -> None:
-        wait_until(lambda: process.output().count(b"\x1b[H") > 1 and re.search(pattern, self.picture(process)),
+        wait_until(lambda: process.output("tty").count(b"\x1b[H") > 1 and re.search(pattern, self.picture(process)),
                    f"the picture to show {pattern}")
 
     def wait_end(self, process: GuestProcess, status: int) -> None:
         self.assertEqual(0, process.wait(LIMIT))
-        output = process.output().decode("utf-8", "replace")
+        output = process.output("tty").decode("utf-8", "replace")
         self.assertIn(f"ended with {status}, terminal as before", output)
         self.assertIn("\x1b[?25h\x1b[?1049l", output)
 
