@@ -10,21 +10,27 @@ import time
 from typing import Any
 
 import harness
+import jsonschema
 from harness import LIMIT, GuestTestCase, wait_until
 from vm.guestlink import Completed, GuestProcess
 from vm.services import SERVICES
 
-OK, FAILED, USAGE, NO_SERVICE, DAEMON_DIED, NO_DRIVER = range(6)
+OK, FAILED, USAGE, NO_SERVICE, DAEMON_DIED, NO_DRIVER, TIMED_OUT = range(7)
 
 # Each command in a form that is right, without and with an answer in JSON.
 COMMANDS = (("start",), ("stop",), ("device", "get", "block", "sda"), ("device", "ancestors", "/devices/x"),
             ("device", "controller", "usb", "0"), ("volumes",), ("usb", "list"), ("monitor", "--for", "1"),
             ("dump", "DeviceManager"), ("services",))
+SCHEMA = json.loads((harness.ROOT / "docs/devicectl.schema.json").read_text(encoding="utf-8"))
+SHAPE = jsonschema.Draft202012Validator(SCHEMA)
 # The service that a command asks first, if it is not the device manager's.
 FIRST_ASKED = {("start",): "VolumeManager", ("volumes",): "VolumeManager", ("usb", "list"): "UsbManager",
                ("monitor", "--for", "1"): "VolumeManager"}
 INJECTED_A_SECOND = 200  # slow enough for the daemon to lose none
 DISK = "/devices/virtual/inject/disk"
+# Runs a command on a terminal and says whether that is as before then.
+ON_TERMINAL = """before=$(stty -g); "$@"; status=$?
+[ "$(stty -g)" = "$before" ] && echo "ended with $status, terminal as before" """
 
 
 class ClientTestCase(GuestTestCase):
@@ -49,7 +55,15 @@ class ClientTestCase(GuestTestCase):
         done = self.ctl("--json", *arguments, status=status)
         self.assertEqual(1, done.stdout.count(b"\n"))
         self.assertTrue(done.stdout.isascii())
-        return json.loads(done.stdout)
+        return self.shaped(done.text)
+
+    def shaped(self, line: str) -> dict[str, Any]:
+        """The object of a line, which has one of the documented shapes; without its version."""
+        value = json.loads(line)
+        SHAPE.validate(value)
+        self.assertEqual("schemaVersion", next(iter(value)))
+        del value["schemaVersion"]
+        return value
 
     def monitor(self, *arguments: str) -> GuestProcess:
         """A monitor that is registered, in JSON."""
@@ -59,7 +73,7 @@ class ClientTestCase(GuestTestCase):
 
     def told(self, process: GuestProcess) -> list[dict[str, Any]]:
         """What a monitor said of devices, and of the device manager."""
-        everything = [json.loads(line.text) for line in process.lines("stdout")]
+        everything = [self.shaped(line.text) for line in process.lines("stdout")]
         return [entry for entry in everything if entry["event"].startswith("device-")
                 or entry.get("service") == "DeviceManager"]
 
@@ -209,10 +223,33 @@ class Commands(ClientTestCase):
                 with self.subTest(line=line):
                     done = self.ctl(*line, status=None)
                     self.assertIn(done.returncode, (OK, FAILED))
-                    objects = [json.loads(text) for text in done.stdout.splitlines()]
+                    objects = [self.shaped(text) for text in done.text.splitlines()]
                     # A monitor says first that it hears each of the services.
                     expected = len(SERVICES) if command[0] == "monitor" else 1
                     self.assertEqual([dict] * expected, [type(value) for value in objects])
+
+    def test_tells_what_is_up(self) -> None:
+        self.assertIn("start servicemanager", self.ctl("status", status=NO_SERVICE).error_text)
+        self.services.manager = self.spawn([self.program("servicemanager")])
+        self.services.wait_services_reply()
+        missing = self.answer("status", status=NO_SERVICE)
+        self.assertEqual(["missing"] * 3, [service["state"] for service in missing["services"]])
+        self.assertIsNone(missing["devices"])
+        self.restart_daemon()
+        self.ctl("start")
+        monitor = self.monitor()
+        self.inject("add", DISK, "DEVNAME=sdx")
+        wait_until(lambda: len(self.told(monitor)) == 2, "the device to be listed")
+        status = self.answer("status")
+        self.assertEqual((True, 1, 0, 0), (status["all_up"], status["devices"], status["volumes"], status["mounted"]))
+        self.assertEqual([{"name": name, "state": "alive", "clients": 1} for name in SERVICES], status["services"])
+        text = self.ctl("status").text
+        self.assertRegex(text, r"(?m)^DeviceManager +1 +1 device +alive$")
+        self.assertRegex(text, r"(?m)^devicectl \d+\.\d+")
+        self.daemon.kill(signal.SIGSTOP)
+        silent = self.answer("status", status=FAILED)
+        self.assertEqual(["silent"] * 3, [service["state"] for service in silent["services"]])
+        self.daemon.kill(signal.SIGCONT)
 
 
 class ExitStatus(ClientTestCase):
@@ -449,6 +486,141 @@ class Monitors(ClientTestCase):
         name = self.run_guest(["bash", "-c", f"{self.program('devicectl')} device get block "
                                              "'s'$'\\e]0;x\\a\\xfe\\n\"d'"], check=True)
         self.assertIn(b"path       /devices/virtual/\\xff\\x1b[2J\n", name.stdout)
+
+    def waiting(self, *arguments: str) -> GuestProcess:
+        return self.spawn([self.program("devicectl"), "--json", "wait", *arguments], name="wait")
+
+    def found(self, process: GuestProcess) -> dict[str, Any]:
+        self.assertEqual(OK, process.wait(LIMIT), "".join(line.text for line in process.lines("stderr")))
+        (line,) = process.lines("stdout")
+        return self.shaped(line.text)
+
+    def test_from_nothing_to_a_mounted_stick(self) -> None:
+        """Begun before there is a service manager; a daemon dies meanwhile."""
+        limit = ("--timeout", "0")
+        services = self.waiting("service", "all", *limit)
+        by_name, by_label = self.waiting("volume", "sda1", *limit), self.waiting("volume", "WAITED FOR", *limit)
+        device = self.waiting("usb", "46f4:1", *limit)
+        self.services.manager = self.spawn([self.program("servicemanager")])
+        self.services.wait_services_reply()
+        self.restart_daemon()
+        self.assertEqual([{"name": name, "state": "alive"} for name in sorted(SERVICES)],
+                         sorted(self.found(services)["services"], key=lambda service: service["name"]))
+        wait_until(lambda: self.volume_clients() == 2, "both to be registered")
+        self.kill_daemon()
+        self.restart_daemon()
+        wait_until(lambda: self.volume_clients() == 2, "both to be registered anew")
+        self.ctl("start")
+        for process in (by_name, by_label, device):
+            self.assertIsNone(process.returncode)
+        self.plug("stick", fs="ext4", label="WAITED FOR")
+        for process in (by_name, by_label):
+            volume = self.found(process)["volume"]
+            self.assertEqual(("sda1", "WAITED FOR", "/mnt/sda1"),
+                             (volume["name"], volume["label"], volume["mount_path"]))
+        self.run_guest(["mountpoint", "-q", "/mnt/sda1"], check=True)
+        self.assertEqual((0x46f4, 1), tuple(self.found(device)["usb_device"][key] for key in ("vendor", "product")))
+        # What is there already is found at once, and the daemon is left as it was.
+        self.assertEqual("volume", self.answer("wait", "volume", "sda1")["found"])
+        self.assertIn("46f4:0001", self.ctl("wait", "usb", "46F4:0001").text)
+        self.assertEqual(0, self.volume_clients())
+
+        # Listed is not enough: without its mount it is not there. A later daemon mounts on no folder that is there.
+        self.addCleanup(self.run_guest, ["sh", "-c", "rmdir /mnt/sda1; rm -f /media/sda1"])
+        self.run_guest(["umount", "/mnt/sda1"], check=True)
+        late = self.ctl("wait", "volume", "WAITED FOR", "--timeout", "2", status=TIMED_OUT)
+        self.assertIn("volume WAITED FOR not there within 2 s: the volume is listed but not mounted", late.error_text)
+
+        self.complete_what_is_there()
+
+    def complete_what_is_there(self) -> None:
+        """The same daemon's volumes and devices in a shell's completion."""
+        breaks = " :="
+        for line, expected in (("wait volume sd", ["sda1"]), ("wait volume ", ["sda1", "WAITED\\ FOR"]),
+                               ("wait usb 46f4:", ["0001"]), ("dump V", ["VolumeManager"]), ("usb carplay ", ["1"]),
+                               ("device get block ", ["sda", "sda1"])):
+            with self.subTest(line=line):
+                self.assertEqual(expected, self.ctl("complete", "bash", f"devicectl {line}", breaks).text.splitlines())
+        self.daemon.kill(signal.SIGSTOP)
+        self.assertEqual("", self.ctl("complete", "bash", "devicectl wait volume ", breaks).text)
+        asking = self.spawn([self.program("devicectl"), "complete", "words", "wait", "volume", ""], name="complete")
+        self.kill_daemon()
+        self.assertEqual(OK, asking.wait(LIMIT))
+        self.assertEqual([], asking.lines())
+
+    def volume_clients(self) -> int:
+        text = self.ctl("dump", "VolumeManager", "notifier").text
+        return int(text.split("notifier size[")[1].split("]")[0])
+
+    def test_in_vain(self) -> None:
+        without = self.ctl("wait", "service", "all", "--timeout", "1", status=TIMED_OUT)
+        self.assertIn("the services not there within 1 s: ", without.error_text)
+        self.start_services()
+        for words, reason in ((("service", "Other"), "service Other is not registered"),
+                              (("volume", "NONE"), "no such volume is listed"),
+                              (("usb", "dead:beef"), "no such device is listed")):
+            with self.subTest(words=words):
+                late = self.ctl("wait", *words, "--timeout", "1", status=TIMED_OUT)
+                self.assertIn(f"not there within 1 s: {reason}", late.error_text)
+                self.assertEqual("", late.text)
+        self.daemon.kill(signal.SIGSTOP)
+        for words in (("service", "all"), ("volume", "NONE"), ("usb", "dead:beef")):
+            with self.subTest(words=words):
+                hung = self.ctl("wait", *words, "--timeout", "1", status=TIMED_OUT)
+                self.assertIn("a service gives no answer: its process hangs or is stopped", hung.error_text)
+        self.daemon.kill(signal.SIGCONT)
+
+    def watching(self) -> GuestProcess:
+        """A watch on a terminal that shows the services."""
+        process = self.spawn(["sh", "-c", ON_TERMINAL, "sh", self.program("devicectl"), "watch"], name="watch",
+                             tty=(40, 120), env={"TERM": "xterm"})
+        self.wait_picture(process, "DeviceManager +alive")
+        return process
+
+    def picture(self, process: GuestProcess) -> str:
+        """What was drawn last, or is being drawn."""
+        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", process.output("tty").decode("utf-8", "replace").rsplit("\x1b[H")[-2])
+
+    def wait_picture(self, process: GuestProcess, pattern: str) -> None:
+        wait_until(lambda: process.output("tty").count(b"\x1b[H") > 1 and re.search(pattern, self.picture(process)),
+                   f"the picture to show {pattern}")
+
+    def wait_end(self, process: GuestProcess, status: int) -> None:
+        self.assertEqual(0, process.wait(LIMIT))
+        output = process.output("tty").decode("utf-8", "replace")
+        self.assertIn(f"ended with {status}, terminal as before", output)
+        self.assertIn("\x1b[?25h\x1b[?1049l", output)
+
+    def test_follows_a_stick_and_outlives_the_daemon(self) -> None:
+        self.start_services()
+        watch = self.watching()
+        self.wait_picture(watch, "usb 0 +absent +/devices/platform/ehci-platform.1/usb1")
+        stick = self.plug("stick")
+        self.wait_picture(watch, r"bus \d+\s+port \d+ +46f4:0001")
+        self.wait_picture(watch, r"sda1 +vfat +/media/sda1 +\[[#.]{20}\] +\d+% .* of .*MiB +HEADUNIT")
+        self.unplug(stick.name)
+        self.wait_picture(watch, r"Volumes\s+-")
+        self.daemon.kill(signal.SIGSTOP)
+        self.wait_picture(watch, r"no answer for \d+ s")
+        self.kill_daemon()
+        self.wait_picture(watch, "DeviceManager +missing")
+        self.restart_daemon()
+        self.wait_picture(watch, "DeviceManager +alive")
+        watch.resize(10, 60)
+        self.wait_picture(watch, r"scroll; \d+ more lines")
+        watch.write(b"q")
+        self.wait_end(watch, 0)
+
+    def test_gives_the_terminal_back_at_every_end(self) -> None:
+        self.start_services(start_managers=False)
+        for name in ("TERM", "INT", "HUP", "QUIT"):
+            with self.subTest(name):
+                watch = self.watching()
+                self.run_guest(["pkill", f"-{name}", "-P", str(watch.pid)], check=True)
+                self.wait_end(watch, 0)
+        watch = self.watching()
+        self.run_guest(["pkill", "-SEGV", "-P", str(watch.pid)], check=True)
+        self.wait_end(watch, 128 + signal.SIGSEGV)
 
 
 class NoDriver(ClientTestCase):

@@ -59,7 +59,7 @@ std::vector<std::string> bashReplies(std::string_view line, std::string_view wor
     std::vector<std::string> replies;
     for (const std::string& candidate : candidatesFor(split.words, split.current, ask)) {
         const std::string whole = prefix + candidate;
-        const std::optional<std::string> reply = shellQuoted(whole.substr(split.broken), split.quoting);
+        const std::optional<std::string> reply = readlineQuoted(whole.substr(split.broken), split.quoting);
         if (reply) {
             replies.push_back(*reply);
         }

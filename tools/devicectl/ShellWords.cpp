@@ -126,7 +126,7 @@ std::string quotedBare(std::string_view text) {
 }
 
 std::string quotedSingle(std::string_view text) {
-    std::string out;
+    std::string out = "'";
     for (const char character : text) {
         out += character == '\'' ? "'\\''" : std::string(1, character);
     }
@@ -134,7 +134,7 @@ std::string quotedSingle(std::string_view text) {
 }
 
 std::string quotedDouble(std::string_view text) {
-    std::string out;
+    std::string out = "\"";
     for (const char character : text) {
         if (character == '!') {
             // A backslash would stay in the text, and without one an interactive shell recalls a line.
@@ -169,6 +169,16 @@ std::optional<std::string> shellQuoted(std::string_view text, Quoting quoting) {
             break;
     }
     return std::nullopt;
+}
+
+std::optional<std::string> readlineQuoted(std::string_view text, Quoting quoting) {
+    std::optional<std::string> quoted = shellQuoted(text, quoting);
+    const bool inQuotes = quoting == Quoting::kSingle || quoting == Quoting::kDouble;
+    // The last character is that of the text, in quotes, or opens them anew: both still need the closing one.
+    if (quoted && inQuotes && quoted->size() > 1 && quoted->back() == quoted->front()) {
+        *quoted += quoted->front();
+    }
+    return quoted;
 }
 
 }  // namespace devicectl

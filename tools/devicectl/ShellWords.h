@@ -28,10 +28,17 @@ struct ShellLine {
 ShellLine splitShellLine(std::string_view line, std::string_view breaks);
 
 /**
- * @p text as it stands on a shell's command line, so that the shell reads exactly these bytes.
- * @param quoting kSingle and kDouble: the opening quote is on the line already, and the closing one is not
- * added; kMixed gives nothing
+ * @p text as it stands on a shell's command line, so that the shell reads exactly these bytes. An opening
+ * quote is there, the closing one is left to whoever puts it on the line.
+ *
+ * @return nothing for kMixed
  */
 std::optional<std::string> shellQuoted(std::string_view text, Quoting quoting);
+
+/**
+ * As shellQuoted(), as readline wants it: an opening quote of its own takes the place of the one on the line,
+ * and it adds a closing one to whatever does not end with that character already.
+ */
+std::optional<std::string> readlineQuoted(std::string_view text, Quoting quoting);
 
 }  // namespace devicectl

@@ -46,6 +46,12 @@ const Words kHostile{
     "--json",
     "-rf",
     " blanks ",
+    "'",
+    "\"",
+    "!",
+    "'begins and ends'",
+    "\"begins and ends\"",
+    "ends!",
     "M\xc3\xbcsik",
     "%n%s",
     "^a^b",
@@ -159,6 +165,12 @@ TEST(Completion, WhatNoLineCanHoldIsLeftOut) {
     EXPECT_THAT(bashReplies("devicectl wait volume ", kBreaks, ask), ElementsAre("good"));
 }
 
+/** What readline makes of a reply to a word that was begun with @p quote. */
+std::string asReadlineEnds(const std::string& reply, char quote) {
+    EXPECT_EQ(reply[0], quote) << "takes the place of the one on the line";
+    return reply.size() > 1 && reply.back() == quote ? reply : reply + quote;
+}
+
 TEST(Completion, EveryLabelIsReadByTheShellAsItIs) {
     for (const std::string& label : kHostile) {
         const AskLive ask = telling({label});
@@ -167,10 +179,10 @@ TEST(Completion, EveryLabelIsReadByTheShellAsItIs) {
         EXPECT_EQ(readByShell(bare[0]), label);
         const Words single = bashReplies("devicectl wait volume '", kBreaks, ask);
         ASSERT_EQ(single.size(), 1U) << label;
-        EXPECT_EQ(readByShell("'" + single[0] + "'"), label);
+        EXPECT_EQ(readByShell(asReadlineEnds(single[0], '\'')), label);
         const Words twice = bashReplies("devicectl wait volume \"", kBreaks, ask);
         ASSERT_EQ(twice.size(), 1U) << label;
-        EXPECT_EQ(readByShell("\"" + twice[0] + "\""), label);
+        EXPECT_EQ(readByShell(asReadlineEnds(twice[0], '"')), label);
     }
     EXPECT_NE(access("pwned", F_OK), 0);
 }
@@ -190,9 +202,9 @@ TEST(Completion, ABegunWordIsGoneOnWith) {
     EXPECT_THAT(bashReplies("devicectl wait volume My\\ ", kBreaks, ask),
                 ElementsAre("My\\ Music", "My\\ \\$Films"));
     EXPECT_THAT(bashReplies("devicectl wait volume 'My ", kBreaks, ask),
-                ElementsAre("My Music", "My $Films"));
+                ElementsAre("'My Music", "'My $Films"));
     EXPECT_THAT(bashReplies("devicectl wait volume \"My ", kBreaks, ask),
-                ElementsAre("My Music", "My \\$Films"));
+                ElementsAre("\"My Music", "\"My \\$Films"));
     EXPECT_THAT(bashReplies("devicectl wait volume My\\", kBreaks, ask),
                 ElementsAre("My\\ Music", "My\\ \\$Films"));
     EXPECT_THAT(bashReplies("devicectl wait volume 'My' ", kBreaks, ask), IsEmpty())
@@ -209,7 +221,7 @@ TEST(Completion, RepliesBeginBehindTheBreak) {
     EXPECT_THAT(bashReplies("devicectl wait usb 46f4:", kBreaks, usb), ElementsAre("0001"));
     EXPECT_THAT(bashReplies("devicectl wait usb 46f4:0", kBreaks, usb), ElementsAre("0001"));
     EXPECT_THAT(bashReplies("devicectl wait usb 46f4\\:0", kBreaks, usb), ElementsAre("46f4:0001"));
-    EXPECT_THAT(bashReplies("devicectl wait usb '46f4:0", kBreaks, usb), ElementsAre("46f4:0001"));
+    EXPECT_THAT(bashReplies("devicectl wait usb '46f4:0", kBreaks, usb), ElementsAre("'46f4:0001"));
     EXPECT_THAT(bashReplies("devicectl wait usb 46f4:0", " ", usb), ElementsAre("46f4:0001"));
     EXPECT_THAT(bashReplies("devicectl --color=a", kBreaks, noneAsked), ElementsAre("auto", "always"));
     EXPECT_THAT(bashReplies("devicectl --color=a", " ", noneAsked),
@@ -219,7 +231,7 @@ TEST(Completion, RepliesBeginBehindTheBreak) {
 TEST(Completion, LinesThatAreNone) {
     EXPECT_THAT(bashReplies("", kBreaks, noneAsked), IsEmpty());
     EXPECT_THAT(bashReplies("device", kBreaks, noneAsked), IsEmpty());
-    EXPECT_THAT(bashReplies("devicectl usb '", kBreaks, noneAsked), Contains("list"));
+    EXPECT_THAT(bashReplies("devicectl usb '", kBreaks, noneAsked), Contains("'list"));
     EXPECT_THAT(bashReplies("devicectl 'usb' \"config\" scheme ", kBreaks, noneAsked),
                 ElementsAre("old-first", "both"));
 }

@@ -25,7 +25,7 @@ END = "end of the line"
 READY = "the shell is ready"
 SAY_READY = "echo the shell is 'ready'"  # quoted, so that the echo of the keys is something else
 HOSTILE = ["$(touch pwned)", "`touch pwned`", "two words", "it's \"so\"", "back\\slash", ";touch pwned #", "a&b|c>d<e",
-           "$HOME*?[x]{y,z}", "~root", "!touch pwned !!", "M\u00fcsik", "colon:ed=x"]
+           "$HOME*?[x]{y,z}", "~root", "!touch pwned !!", "M\u00fcsik", "colon:ed=x", "'ends'", "\"ends\""]
 completer = ""
 
 
