@@ -43,7 +43,7 @@ modules=/newroot/lib/modules/{version}
 $b mkdir -p "$modules"
 $b mount --bind /newroot{module_root} "$modules" || fail "bind of the modules"
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8
-exec $b switch_root /newroot {python} -I -S -B {agent}
+exec $b switch_root /newroot {first_process}
 """
 
 
@@ -60,8 +60,9 @@ def load_order(kernel: Kernel, names: Collection[str]) -> list[Path]:
     return [Path(name) for name in dict.fromkeys(files)]
 
 
-def build(kernel: Kernel, work: Path, leave_out: Collection[str] = ()) -> Path:
-    """Writes the image into the work folder and returns its path. leave_out names modules of the unit."""
+def build(kernel: Kernel, work: Path, leave_out: Collection[str] = (), systemd: Path | None = None) -> Path:
+    """Writes the image into the work folder and returns its path. leave_out names modules of the unit; systemd is a
+    folder with files for the guest's root: they are laid over it, and systemd becomes the first process."""
     unknown = set(leave_out) - set(UNIT_MODULES)
     if unknown:
         raise HeadunitError(f"cannot leave out what is not loaded: {', '.join(sorted(unknown))}")
@@ -76,9 +77,9 @@ def build(kernel: Kernel, work: Path, leave_out: Collection[str] = ()) -> Path:
     for number, file in enumerate(load_order(kernel, wanted)):
         shutil.copy(file, tree / "modules" / f"{number:03d}-{file.name}")
     script = tree / "init"
-    script.write_text(_INIT.format(version=kernel.version, python=_guest_python(),
-                                   module_root=shlex.quote(str(kernel.root / "lib/modules" / kernel.version)),
-                                   agent=shlex.quote(str(GUEST_TOOLS / "agent.py"))), encoding="utf-8")
+    script.write_text(_INIT.format(version=kernel.version, first_process=shlex.join(_first_process(systemd)),
+                                   module_root=shlex.quote(str(kernel.root / "lib/modules" / kernel.version))),
+                      encoding="utf-8")
     script.chmod(0o755)
     image = work / "initramfs.cpio"
     _pack(tree, image)
@@ -86,11 +87,20 @@ def build(kernel: Kernel, work: Path, leave_out: Collection[str] = ()) -> Path:
     return image
 
 
+def _first_process(systemd: Path | None) -> list[str]:
+    python, agent = _guest_python(), str(GUEST_TOOLS / "agent.py")
+    if systemd is None:
+        return [python, "-I", "-S", "-B", agent]
+    if not Path("/lib/systemd/systemd").exists():
+        raise HeadunitError("systemd is missing: install the package systemd")
+    return ["/bin/sh", str(GUEST_TOOLS / "handover"), str(systemd), python, agent]
+
+
 def _guest_python() -> str:
     """The distribution's interpreter: the one in PATH may be a wrapper that takes long to start."""
     for path in ("/usr/bin/python3", shutil.which("python3")):
         if path and os.path.exists(path):
-            return shlex.quote(path)
+            return path
     raise HeadunitError("python3 is missing: install the package python3")
 
 

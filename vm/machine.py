@@ -56,8 +56,10 @@ class Machine:
     """A booted head unit. Boot it from the main thread: the emulator ends with the thread that started it."""
 
     def __init__(self, session: Session, leave_out: Collection[str] = (), without_binder: bool = False,
-                 memory_mib: int = 1024, processors: int = 2, console: Path | None = None) -> None:
-        """leave_out names modules that are not loaded; console is where the console's log goes."""
+                 memory_mib: int = 1024, processors: int = 2, console: Path | None = None,
+                 systemd: Path | None = None) -> None:
+        """leave_out names modules that are not loaded; console is where the console's log goes; systemd is a folder
+        with files to lay over the guest's root, whose first process is systemd then and not the agent."""
         self.session = session
         self.console = console or session.work / "console.log"
         self._emulator_log = session.work / "emulator.log"
@@ -67,6 +69,7 @@ class Machine:
         self._leave_out = {*leave_out, *(("binder_linux",) if without_binder else ())}
         self._memory_mib = memory_mib
         self._processors = processors
+        self._systemd = systemd
         self._process: subprocess.Popen[bytes] | None = None
         self._qmp: Qmp | None = None
 
@@ -76,14 +79,14 @@ class Machine:
         atexit.register(self.stop)
         start = time.monotonic()
         cached = kernel.prepare()
-        image = initramfs.build(cached, self.session.work, self._leave_out)
+        image = initramfs.build(cached, self.session.work, self._leave_out, self._systemd)
         try:
             self._start(cached, image)
             assert self._qmp is not None and self._process is not None
             self._qmp.negotiate(timeout=30.0)
             self.peripherals = Peripherals(self._qmp, self.session.work, self.guest)
             self.guest.wait_hello(timeout, alive=lambda: self.is_running)
-            self.guest.run([str(GUEST_TOOLS / "bringup"), str(ROOT), str(cache_dir())], timeout, check=True)
+            self.guest.run(self._bringup(), timeout, check=True)
         except HeadunitError as error:
             self.stop()
             said = " ".join(self.emulator_text().split())
@@ -135,6 +138,16 @@ class Machine:
     def __exit__(self, *exc: object) -> None:
         self.stop()
 
+    def _kernel_line(self) -> str:
+        # A crashed systemd would stand still; as a restart it ends the machine.
+        return f"{KERNEL_LINE} systemd.crash_reboot=yes systemd.show_status=no" if self._systemd is not None else KERNEL_LINE
+
+    def _bringup(self) -> list[str]:
+        """What the guest still has to do when the agent runs."""
+        if self._systemd is not None:
+            return [str(GUEST_TOOLS / "settle")]
+        return [str(GUEST_TOOLS / "bringup"), str(ROOT), str(cache_dir())]
+
     def _keep_console(self) -> Path:
         """Moves the console's log out of the session's folder, which goes with the session."""
         if self.session.work not in self.console.parents or not self.console.exists():
@@ -166,7 +179,7 @@ class Machine:
         argv = [EMULATOR, "-name", "headunit", "-accel", accelerator(), "-machine", "q35",
                 "-cpu", "max", "-smp", str(self._processors), "-m", str(self._memory_mib),
                 "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot",
-                "-kernel", str(cached.image), "-initrd", str(image), "-append", KERNEL_LINE,
+                "-kernel", str(cached.image), "-initrd", str(image), "-append", self._kernel_line(),
                 "-chardev", f"file,id=console,path={_escape(self.console)}", "-serial", "chardev:console",
                 "-chardev", f"socket,id=qmp,fd={qmp}", "-mon", "chardev=qmp,mode=control",
                 "-virtfs", "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap",

@@ -6,9 +6,6 @@
 #include <android/log.h>
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <fstream>
-#include <map>
 #include <utility>
 
 #include "tests/unit/usb_service/UsbServiceFixture.h"
@@ -126,34 +123,6 @@ TEST_F(UsbWireTest, AnswersEveryNumberFieldByField) {
         EXPECT_EQ(0U, reply.dataAvail()) << row.call;
         EXPECT_THAT(mCore->takeCalls(), ElementsAre(row.call));
     }
-}
-
-/** The document for clients in other languages has a row for each transaction, under its code. */
-TEST_F(UsbWireTest, TheDocumentNamesEveryTransaction) {
-    std::ifstream document(USB_INTERFACE_DOCUMENT);
-    std::map<uint32_t, std::string> documented;
-    bool inside = false;
-    for (std::string line; std::getline(document, line);) {
-        if (line.rfind("## ", 0) == 0) {
-            inside = line == "## usb.UsbManager";
-        }
-        unsigned code = 0;
-        char operation[64] = {};
-        if (inside && sscanf(line.c_str(), "| %u | `%63[A-Za-z]`", &code, operation) == 2) {
-            documented[code] = operation;
-        }
-    }
-    std::map<uint32_t, std::string> expected = {{1, "addNotifier"},
-                                                {2, "removeNotifier"},
-                                                {5, "addHostNotifier"},
-                                                {6, "removeHostNotifier"},
-                                                {23, "queryUsbDevice"}};
-    for (const IntRow& row : intRows()) {
-        const std::string call = row.call;
-        expected[row.code] = call.substr(0, call.find(' '));
-    }
-    EXPECT_EQ(expected, documented);
-    EXPECT_EQ(size_t{kLastCode}, documented.size());
 }
 
 TEST_F(UsbWireTest, AnswersNoSupportWithZero) {
