@@ -92,7 +92,7 @@ class Examples(GuestTestCase):
 
     def test_the_documented_program(self) -> None:
         self.start_services()
-        follower = self.spawn([str(self.folder / "documented/build/follow-volumes")])
+        follower = self.spawn([str(self.folder / "documented/build/follow-volumes")], stdin=True)
         follower.wait_for("^0 volumes, press enter to end$", LIMIT, stream="stdout")
         stick = self.plug("stick")
         self.wait_guest("mountpoint -q /mnt/sda1")
