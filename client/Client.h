@@ -20,6 +20,7 @@ struct Environment;
 
 /** What a Client is to do. */
 struct Options {
+    /** All three. */
     static constexpr uint32_t kAllServices = static_cast<uint32_t>(Service::kDeviceManager) |
                                              static_cast<uint32_t>(Service::kVolumeManager) |
                                              static_cast<uint32_t>(Service::kUsbManager);
@@ -27,7 +28,7 @@ struct Options {
     /** The services to connect to: Service values, or-ed. Others are left alone. */
     uint32_t services = kAllServices;
 
-    /** How long to wait before looking again for a service that is not there. At least 1 ms. */
+    /** How long to wait before looking again for a service that is not there. 1 ms to a day. */
     std::chrono::milliseconds retryInterval{250};
 };
 
@@ -59,6 +60,7 @@ struct Options {
  */
 class Client {
   public:
+    /** Does nothing yet: see start(). */
     Client();
 
     /**
@@ -110,8 +112,11 @@ class Client {
      * them.
      */
     ///@{
+    /** Of the device manager. */
     std::vector<android::sp<device::DeviceItf>> devices() const;
+    /** Of the volume manager. */
     std::vector<android::sp<volume::VolumeItf>> volumes() const;
+    /** Of the USB manager, hubs included. */
     std::vector<android::sp<usb::UsbDeviceItf>> usbDevices() const;
     ///@}
 
@@ -121,8 +126,11 @@ class Client {
      * daemon, and answer with nothing when it dies (see the interfaces).
      */
     ///@{
+    /** The device manager. */
     android::sp<device::IDeviceManager> deviceManager() const;
+    /** The volume manager. */
     android::sp<volume::IVolumeManager> volumeManager() const;
+    /** The USB manager. */
     android::sp<usb::IUsbManager> usbManager() const;
     ///@}
 

@@ -79,6 +79,7 @@ void Event::tell(const Events& events) const {
             call(events.disconnected, service);
             break;
         case Kind::kPictureComplete:
+            call(events.pictureComplete, service);
             break;
         case Kind::kAdded:
         case Kind::kRemoved:

@@ -14,9 +14,9 @@ namespace client {
 
 /** The three services of the daemon. The values are bits of Options::services. */
 enum class Service : uint32_t {
-    kDeviceManager = 1,
-    kVolumeManager = 2,
-    kUsbManager = 4,
+    kDeviceManager = 1,  ///< device::IDeviceManager
+    kVolumeManager = 2,  ///< volume::IVolumeManager
+    kUsbManager = 4,     ///< usb::IUsbManager
 };
 
 /**
@@ -33,18 +33,20 @@ struct Events {
     /**
      * @name The connection
      * connected() comes first; then what the daemon lists is compared with what was told before, and the
-     * differences are told as the events below: what went, then what came. From there on events are live.
+     * differences are told as the events below: what went, then what came; then pictureComplete(). From there
+     * on events are live.
      * Between disconnected() and the next connected() the last picture stands.
      */
     ///@{
-    std::function<void(Service service)> connected;
-    std::function<void(Service service)> disconnected;
+    std::function<void(Service service)> connected;        ///< A service is there.
+    std::function<void(Service service)> pictureComplete;  ///< What it listed has been told.
+    std::function<void(Service service)> disconnected;     ///< A service went; its picture stands.
     ///@}
 
     /** @name Devices of the card and USB controllers, as the kernel names them; by path. */
     ///@{
-    std::function<void(const android::sp<device::DeviceItf>& device)> deviceAdded;
-    std::function<void(const android::sp<device::DeviceItf>& device)> deviceRemoved;
+    std::function<void(const android::sp<device::DeviceItf>& device)> deviceAdded;    ///< One came.
+    std::function<void(const android::sp<device::DeviceItf>& device)> deviceRemoved;  ///< One went.
     ///@}
 
     /**
@@ -54,14 +56,14 @@ struct Events {
      * gone.
      */
     ///@{
-    std::function<void(const android::sp<volume::VolumeItf>& volume)> volumeAdded;
-    std::function<void(const android::sp<volume::VolumeItf>& volume)> volumeRemoved;
+    std::function<void(const android::sp<volume::VolumeItf>& volume)> volumeAdded;    ///< One came.
+    std::function<void(const android::sp<volume::VolumeItf>& volume)> volumeRemoved;  ///< One went.
     ///@}
 
     /** @name USB devices, hubs included; by the daemon's identifier. */
     ///@{
-    std::function<void(const android::sp<usb::UsbDeviceItf>& device)> usbDeviceAttached;
-    std::function<void(const android::sp<usb::UsbDeviceItf>& device)> usbDeviceDetached;
+    std::function<void(const android::sp<usb::UsbDeviceItf>& device)> usbDeviceAttached;  ///< One came.
+    std::function<void(const android::sp<usb::UsbDeviceItf>& device)> usbDeviceDetached;  ///< One went.
     ///@}
 
     /**

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <limits>
 #include <utility>
 
@@ -24,6 +25,9 @@ using android::status_t;
 using android::wp;
 
 namespace {
+
+/** What a condition can be told to wait on every unit, whose clock may have 32 bits. */
+constexpr nsecs_t kLongestWait = std::chrono::nanoseconds(std::chrono::hours(1)).count();
 
 constexpr nsecs_t kNever = std::numeric_limits<nsecs_t>::max();
 
@@ -64,7 +68,8 @@ Session::~Session() = default;
 
 status_t Session::start(Events events, const Options& options) {
     if (options.services == 0 || (options.services & ~Options::kAllServices) != 0 ||
-        options.retryInterval < std::chrono::milliseconds(1)) {
+        options.retryInterval < std::chrono::milliseconds(1) ||
+        options.retryInterval > std::chrono::hours(24)) {
         return android::BAD_VALUE;
     }
     bool isClaimed = false;
@@ -133,7 +138,7 @@ bool Session::waitUntilConnected(nsecs_t limit) {
         if (passed >= limit || isOnWorker() || !mIsStarted) {
             return false;
         }
-        mChanged.waitRelative(mLock, limit - passed);
+        mChanged.waitRelative(mLock, std::min(limit - passed, kLongestWait));
     }
     return true;
 }
@@ -361,7 +366,7 @@ void Session::tellOrWait() {
             if (lookAt == kNever) {
                 mChanged.wait(mLock);
             } else if (lookAt > now()) {
-                mChanged.waitRelative(mLock, std::max<nsecs_t>(lookAt - now(), 1));
+                mChanged.waitRelative(mLock, std::clamp<nsecs_t>(lookAt - now(), 1, kLongestWait));
             }
             return;
         }

@@ -18,7 +18,8 @@ set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+    # What ccache has to be told before it looks at sources with precompiled headers.
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 
 add_compile_options(-Wall -Wextra)

@@ -81,6 +81,7 @@ void MessageQueue::settleLocked() {
     if (mState != State::kIdle && !isRunning()) {
         mState = State::kIdle;
         mLooper.clear();
+        mBacklog.clear();
         mStopOver.broadcast();
     }
 }
@@ -124,6 +125,11 @@ sp<Looper> MessageQueue::looper() const {
     return mLooper;
 }
 
+MessageQueue::Mailbox MessageQueue::mailbox() const {
+    Mutex::Autolock lock(mStateLock);
+    return {mLooper, mBacklog};
+}
+
 status_t MessageQueue::readyToRun() {
     char name[kThreadNameSize];
     snprintf(name, sizeof(name), "%s", mName.get());
@@ -132,6 +138,7 @@ status_t MessageQueue::readyToRun() {
     const sp<Looper> looper = Looper::prepare(0);
     Mutex::Autolock lock(mStateLock);
     mLooper = looper;
+    mBacklog = new MessageBacklog();
     return android::OK;
 }
 
@@ -156,15 +163,16 @@ bool MessageQueue::endIfStopping() {
     mState = State::kIdle;
     // Not the last reference, this thread keeps one: no handler of a pending message dies under the lock.
     mLooper.clear();
+    mBacklog.clear();
     mStopOver.broadcast();
     return true;
 }
 
 void MessageQueue::sendMessage(uint32_t what) {
-    const sp<Looper> looper = this->looper();
+    const auto [looper, backlog] = mailbox();
     SERVICE_ASSERT_IN(looper != nullptr, "mLooper.get()", "MessageQueue",
                       "void MessageQueue::sendMessage(uint32_t)");
-    looper->sendMessage(mHandler, Message(static_cast<int>(what)));
+    backlog->post(looper, mHandler, Message(static_cast<int>(what)));
 }
 
 void MessageQueue::sendMessageDelayed(uint32_t what, nsecs_t uptimeDelay) {
@@ -175,18 +183,19 @@ void MessageQueue::sendMessageDelayed(uint32_t what, nsecs_t uptimeDelay) {
 }
 
 void MessageQueue::removeMessage(uint32_t what) {
-    const sp<Looper> looper = this->looper();
+    const auto [looper, backlog] = mailbox();
     SERVICE_ASSERT_IN(looper != nullptr, "mLooper.get()", "MessageQueue",
                       "void MessageQueue::removeMessage(uint32_t)");
+    backlog->remove(looper, mHandler, static_cast<int>(what));
     looper->removeMessages(mHandler, static_cast<int>(what));
 }
 
 void MessageQueue::sendMessage(const sp<MessageHandler>& handler, uint32_t what) {
-    const sp<Looper> looper = this->looper();
+    const auto [looper, backlog] = mailbox();
     SERVICE_ASSERT_IN(
         looper != nullptr, "mLooper.get()", "MessageQueue",
         "void MessageQueue::sendMessage(const android::sp<android::MessageHandler>&, uint32_t)");
-    looper->sendMessage(handler, Message(static_cast<int>(what)));
+    backlog->post(looper, handler, Message(static_cast<int>(what)));
 }
 
 void MessageQueue::sendMessageDelayed(const sp<MessageHandler>& handler, uint32_t what, nsecs_t delay) {
@@ -198,9 +207,10 @@ void MessageQueue::sendMessageDelayed(const sp<MessageHandler>& handler, uint32_
 }
 
 void MessageQueue::removeMessage(const sp<MessageHandler>& handler, uint32_t what) {
-    const sp<Looper> looper = this->looper();
+    const auto [looper, backlog] = mailbox();
     SERVICE_ASSERT_IN(
         looper != nullptr, "mLooper.get()", "MessageQueue",
         "void MessageQueue::removeMessage(const android::sp<android::MessageHandler>&, uint32_t)");
+    backlog->remove(looper, handler, static_cast<int>(what));
     looper->removeMessages(handler, static_cast<int>(what));
 }

@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/MessageBacklog.h"
+
 /**
  * A thread to which any thread posts messages, at once or delayed, and which hands them to a handler: by due
  * time, in order of posting among equals, one at a time. The thread is the owner's queue thread: what the
@@ -105,6 +107,12 @@ class MessageQueue : virtual public android::Thread {
   private:
     enum class State { kIdle, kRunning, kStopping };
 
+    /** Where messages go: those that are due at once to the backlog, delayed ones to the looper. */
+    struct Mailbox {
+        android::sp<android::Looper> looper;
+        android::sp<MessageBacklog> backlog;
+    };
+
     struct Free {
         void operator()(char* text) const;
     };
@@ -112,6 +120,7 @@ class MessageQueue : virtual public android::Thread {
     bool threadLoop() override;
 
     android::sp<android::Looper> looper() const;
+    Mailbox mailbox() const;
     void beginLocked() REQUIRES(mStateLock);
     void settleLocked() REQUIRES(mStateLock);
     bool endIfStopping();
@@ -119,10 +128,12 @@ class MessageQueue : virtual public android::Thread {
 
     const std::unique_ptr<char, Free> mName;
     android::sp<android::MessageHandler> mHandler;
-    // Guards mLooper and mState. Never held while a message is posted or handled; Thread's own lock comes
-    // inside.
+    // Guards mLooper, mBacklog and mState. Never held while a message is posted or handled; Thread's own lock
+    // comes inside.
     mutable android::Mutex mStateLock;
     android::sp<android::Looper> mLooper GUARDED_BY(mStateLock);
+    // What is posted without delay waits here; comes and goes with the looper.
+    android::sp<MessageBacklog> mBacklog GUARDED_BY(mStateLock);
     const int mTimeoutMillis;
     State mState GUARDED_BY(mStateLock) = State::kIdle;
     // Signalled when mState leaves kStopping.

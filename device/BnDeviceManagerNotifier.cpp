@@ -4,12 +4,11 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
+#include "common/TransactionFrame.h"
 #include "device/DeviceParcel.h"
 
 namespace device {
 
-using android::BAD_VALUE;
-using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
@@ -38,22 +37,14 @@ status_t BnDeviceManagerNotifier::onTransact(uint32_t code, const Parcel& data, 
     if (!data.checkInterface(this)) {
         return -1;
     }
-    int32_t result = 0;
-    if (code == kOnEvent) {
-        int32_t event = 0;
-        int32_t value = 0;
-        if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
-            return BAD_VALUE;
-        }
-        result = onEvent(event, value);
-    } else {
-        const sp<DeviceItf> device = readDevice(data);
-        if (device == nullptr) {
-            return BAD_VALUE;
-        }
-        result = code == kOnDeviceAdded ? onDeviceAdded(device) : onDeviceRemoved(device);
+    switch (code) {
+        case kOnEvent:
+            return answerEvent(*this, data, reply);
+        case kOnDeviceAdded:
+            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceAdded, readDevice(data), reply);
+        default:
+            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceRemoved, readDevice(data), reply);
     }
-    return reply != nullptr ? reply->writeInt32(result) : OK;
 }
 
 }  // namespace device

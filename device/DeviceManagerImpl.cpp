@@ -42,7 +42,8 @@ constexpr const char* sCardDevice[] = {
 
 }  // namespace
 
-DeviceManagerImpl::DeviceManagerImpl(const sp<DeviceObserver>& observer) : mObserver(observer) {
+DeviceManagerImpl::DeviceManagerImpl(const sp<DeviceObserver>& observer)
+    : mObserver(observer), mState(LOG_TAG) {
     mMessageQueue =
         new MessageQueue(new DeviceManagerMessageHandler(this), kQueueTimeoutMillis, "DeviceManagerQueue");
     for (const char* const* name = sSubsystem; *name != nullptr; ++name) {
@@ -51,7 +52,7 @@ DeviceManagerImpl::DeviceManagerImpl(const sp<DeviceObserver>& observer) : mObse
 }
 
 DeviceManagerImpl::~DeviceManagerImpl() {
-    if (mState == kStarted) {
+    if (state() == ManagerState::kStarted) {
         // Threads that run on would keep the queue alive for ever.
         mObserver->stop();
         mMessageQueue->stop();
@@ -66,42 +67,22 @@ DeviceManagerImpl::~DeviceManagerImpl() {
 }
 
 int DeviceManagerImpl::startup() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            // The uevent thread posts to the queue: it starts only when the queue can take messages.
-            if (startQueue(mMessageQueue)) {
-                mObserver->start();
-                setState(kStarted);
-            }
-            break;
-        case kStarted:
-            ALOGW("already startup, no need re-startup");
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.startup([this] {
+        // The uevent thread posts to the queue: it starts only when the queue can take messages.
+        if (!startQueue(mMessageQueue)) {
+            return false;
+        }
+        mObserver->start();
+        return true;
+    });
     return 0;
 }
 
 int DeviceManagerImpl::shutdown() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            ALOGW("already shutdown, no need re-shutdown");
-            break;
-        case kStarted:
-            mObserver->stop();
-            mMessageQueue->stop();
-            setState(kShutDown);
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.shutdown([this] {
+        mObserver->stop();
+        mMessageQueue->stop();
+    });
     return 0;
 }
 
@@ -186,16 +167,6 @@ void DeviceManagerImpl::removeDevice(const sp<DeviceItf>& device) {
             return;
         }
     }
-}
-
-int32_t DeviceManagerImpl::state() const {
-    Mutex::Autolock lock(mLock);
-    return mState;
-}
-
-void DeviceManagerImpl::setState(int32_t state) {
-    Mutex::Autolock lock(mLock);
-    mState = state;
 }
 
 }  // namespace device

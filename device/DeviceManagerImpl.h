@@ -4,6 +4,7 @@
 #include <utils/Mutex.h>
 #include <utils/Vector.h>
 
+#include "common/ManagerState.h"
 #include "common/MessageQueue.h"
 #include "device/DeviceManagerImplItf.h"
 #include "device/DeviceNode.h"
@@ -60,16 +61,10 @@ class DeviceManagerImpl : public DeviceManagerImplItf {
     virtual void removeDevice(const android::sp<DeviceItf>& device);
 
   protected:
-    /** Logged as its number. */
-    enum State : int32_t {
-        kShutDown = 0,
-        kStarted = 1,
-    };
-
     ~DeviceManagerImpl() override;
 
-    int32_t state() const;
-    void setState(int32_t state);
+    int32_t state() const { return mState.get(); }
+    void setState(int32_t state) { mState.set(state); }
 
   private:
     friend class DeviceManagerObserverNotifier;
@@ -77,18 +72,12 @@ class DeviceManagerImpl : public DeviceManagerImplItf {
 
     /** Written once before clients can register, read without a lock. */
     android::sp<DeviceManagerNotifierItf> mNotifier;
-    /**
-     * Serialises startup() and shutdown(). Taken before mLock and, unlike it, held while threads are started
-     * and joined: the uevent thread needs mLock to come to its end.
-     */
-    android::Mutex mTransitionLock;
-    /** Guards mDevices and mState. Taken inside the device observer's lock; nothing is called with it held.
-     */
+    /** Guards mDevices. Taken inside the device observer's lock; nothing is called with it held. */
     mutable android::Mutex mLock;
     android::Vector<android::sp<DeviceNode>> mDevices GUARDED_BY(mLock);
     android::sp<DeviceObserver> mObserver;
     android::sp<MessageQueue> mMessageQueue;
-    int32_t mState GUARDED_BY(mLock) = kShutDown;
+    ManagerState mState;
 };
 
 }  // namespace device

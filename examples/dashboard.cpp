@@ -68,15 +68,9 @@ int main(int argc, char** argv) {
     const Program program(argc, argv, "A live table of services, volumes and USB devices.");
 
     client::Client client;
-    const auto drawAnew = [&client](const auto&) {
-        // What a service lists when it is connected comes as many events; one table for them is enough.
-        if (client.isConnected(client::Service::kVolumeManager) &&
-            client.isConnected(client::Service::kUsbManager)) {
-            draw(client);
-        }
-    };
+    const auto drawAnew = [&client](const auto&) { draw(client); };
     client::Events events;
-    events.disconnected = [&client](client::Service) { draw(client); };
+    events.pictureComplete = events.disconnected = drawAnew;
     events.deviceAdded = events.deviceRemoved = drawAnew;
     events.volumeAdded = events.volumeRemoved = drawAnew;
     events.usbDeviceAttached = events.usbDeviceDetached = drawAnew;
@@ -84,7 +78,6 @@ int main(int argc, char** argv) {
         fprintf(stderr, "the client cannot be started\n");
         return 1;
     }
-    client.waitUntilConnected(std::chrono::seconds(10));
     draw(client);
     program.runUntilEnd();
     return 0;

@@ -4,12 +4,11 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
+#include "common/TransactionFrame.h"
 #include "usb/UsbDeviceParcel.h"
 
 namespace usb {
 
-using android::BAD_VALUE;
-using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
@@ -37,22 +36,14 @@ status_t BnUsbHostNotifier::onTransact(uint32_t code, const Parcel& data, Parcel
     if (!data.checkInterface(this)) {
         return -1;
     }
-    int32_t result = 0;
-    if (code == kOnEvent) {
-        int32_t event = 0;
-        int32_t value = 0;
-        if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
-            return BAD_VALUE;
-        }
-        result = onEvent(event, value);
-    } else {
-        const sp<UsbDeviceItf> device = readUsbDevice(data);
-        if (device == nullptr) {
-            return BAD_VALUE;
-        }
-        result = code == kOnUsbDeviceAttached ? onUsbDeviceAttached(device) : onUsbDeviceDetached(device);
+    switch (code) {
+        case kOnEvent:
+            return answerEvent(*this, data, reply);
+        case kOnUsbDeviceAttached:
+            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceAttached, readUsbDevice(data), reply);
+        default:
+            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceDetached, readUsbDevice(data), reply);
     }
-    return reply != nullptr ? reply->writeInt32(result) : OK;
 }
 
 }  // namespace usb

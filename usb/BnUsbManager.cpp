@@ -5,6 +5,7 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
+#include "common/TransactionFrame.h"
 #include "usb/UsbDeviceParcel.h"
 
 namespace usb {
@@ -172,16 +173,10 @@ status_t BnUsbManager::dump(int fd, const Vector<String16>& args) {
 }
 
 status_t BnUsbManager::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    Parcel unused;
-    Parcel& answer = reply != nullptr ? *reply : unused;
-    answer.writeInt32(0);
-    if (code < kAddNotifier || code > kGetCertificationMode) {
-        return BBinder::onTransact(code, data, &answer, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
-    return dispatch(code, data, answer);
+    return answerRequest(
+        this, code >= kAddNotifier && code <= kGetCertificationMode, data, reply,
+        [&](Parcel& answer) { return BBinder::onTransact(code, data, &answer, flags); },
+        [&](Parcel& answer) { return dispatch(code, data, answer); });
 }
 
 status_t BnUsbManager::dispatch(uint32_t code, const Parcel& data, Parcel& reply) {

@@ -4,11 +4,10 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
+#include "common/TransactionFrame.h"
 
 namespace usb {
 
-using android::BAD_VALUE;
-using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
@@ -28,13 +27,7 @@ status_t BnUsbManagerNotifier::onTransact(uint32_t code, const Parcel& data, Par
     if (!data.checkInterface(this)) {
         return -1;
     }
-    int32_t event = 0;
-    int32_t value = 0;
-    if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
-        return BAD_VALUE;
-    }
-    const int32_t result = onEvent(event, value);
-    return reply != nullptr ? reply->writeInt32(result) : OK;
+    return answerEvent(*this, data, reply);
 }
 
 }  // namespace usb

@@ -52,14 +52,15 @@ UsbManagerImpl::UsbManagerImpl(const sp<UeventObserver>& observer)
       mUsbTest(new UsbTest(mDetector)),
       mUeventObserver(observer),
       mConfiguration(mUsbTest->getCertificationMode()),
-      mAppleFunction(mConfiguration) {
+      mAppleFunction(mConfiguration),
+      mState(LOG_TAG) {
     mDetector->setClassPerInterfaceHandler(new UsbManagerClassPerInterfaceHandler(this));
 }
 
 UsbManagerImpl::~UsbManagerImpl() {
     mUeventNotifier->detach();
     mUeventObserver->unregisterNotifier(mUeventNotifier);
-    if (mState == kStarted) {
+    if (state() == ManagerState::kStarted) {
         // Threads that run on would keep detector and queue alive for ever.
         mUsbTest->endWaits();
         mDetector->stop();
@@ -76,49 +77,27 @@ void UsbManagerImpl::onFirstRef() {
 }
 
 int UsbManagerImpl::startup() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            for (const char* const command : kLoadDrivers) {
-                runShell(command);
-            }
-            mMessageQueue->start();
-            mUsbTest->start();
-            mDetector->start();
-            setState(kStarted);
-            break;
-        case kStarted:
-            ALOGW("already startup, no need re-startup");
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.startup([this] {
+        for (const char* const command : kLoadDrivers) {
+            runShell(command);
+        }
+        mMessageQueue->start();
+        mUsbTest->start();
+        mDetector->start();
+        return true;
+    });
     return 0;
 }
 
 int UsbManagerImpl::shutdown() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            ALOGW("already shutdown, no need re-shutdown");
-            break;
-        case kStarted:
-            // The detector's stop waits for a handler of the test mode, which may be minutes into a wait.
-            mUsbTest->endWaits();
-            mDetector->stop();
-            mUsbTest->stop();
-            mMessageQueue->stop();
-            configDefaultMode(UsbConfiguration::kAppleDefaultMode | UsbConfiguration::kAndroidDefaultMode,
-                              false);
-            setState(kShutDown);
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.shutdown([this] {
+        // The detector's stop waits for a handler of the test mode, which may be minutes into a wait.
+        mUsbTest->endWaits();
+        mDetector->stop();
+        mUsbTest->stop();
+        mMessageQueue->stop();
+        configDefaultMode(UsbConfiguration::kAppleDefaultMode | UsbConfiguration::kAndroidDefaultMode, false);
+    });
     return 0;
 }
 
@@ -162,10 +141,10 @@ int UsbManagerImpl::switchUsbState(int function) {
     Mutex::Autolock lock(mLock);
     mAppleFunction.request(function);
     switch (state()) {
-        case kShutDown:
+        case ManagerState::kShutDown:
             mAppleFunction.apply();
             break;
-        case kStarted:
+        case ManagerState::kStarted:
             // Not in the face of a device that uses the present one: its removal sets the new one up.
             if (!mAppleFunction.isDevicePresent()) {
                 mAppleFunction.apply();

@@ -3,8 +3,7 @@
 
 #include <utils/Mutex.h>
 
-#include <atomic>
-
+#include "common/ManagerState.h"
 #include "common/MessageQueue.h"
 #include "common/UeventObserver.h"
 #include "usb/AppleFunction.h"
@@ -79,12 +78,6 @@ class UsbManagerImpl : public UsbManagerImplItf {
     int applyDefaultMode(int mask) override;
 
   protected:
-    /** Logged as its number. */
-    enum State : int32_t {
-        kShutDown = 0,
-        kStarted = 1,
-    };
-
     /** Stops a manager that still runs; on none of its own threads then. */
     ~UsbManagerImpl() override;
 
@@ -94,8 +87,8 @@ class UsbManagerImpl : public UsbManagerImplItf {
      */
     void onFirstRef() override;
 
-    int32_t state() const { return mState; }
-    void setState(int32_t state) { mState = state; }
+    int32_t state() const { return mState.get(); }
+    void setState(int32_t state) { mState.set(state); }
 
   private:
     friend class UsbManagerClassPerInterfaceHandler;
@@ -109,8 +102,6 @@ class UsbManagerImpl : public UsbManagerImplItf {
     /** Both written once before clients can register, read without a lock. */
     android::sp<UsbHostNotifierItf> mHostNotifier;
     android::sp<UsbManagerNotifierItf> mNotifier;
-    /** Serialises startup() and shutdown(); held while threads are started and joined. Taken before mLock. */
-    android::Mutex mTransitionLock;
     /**
      * Guards mAppleFunction, and with it the unit's role toward Apple devices: held while a function is set
      * up by the shell and while a phone is asked to switch roles, two seconds at most. Taken inside the
@@ -126,8 +117,7 @@ class UsbManagerImpl : public UsbManagerImplItf {
     const int mAttachModeMask = UsbConfiguration::kAndroidDefaultMode;
     UsbConfiguration mConfiguration;
     AppleFunction mAppleFunction GUARDED_BY(mLock);
-    /** Written under mTransitionLock alone. */
-    std::atomic<int32_t> mState{kShutDown};
+    ManagerState mState;
 };
 
 }  // namespace usb

@@ -126,7 +126,8 @@ class EventTable:
         sent = fields.get("time")
         moment_told = float(sent) if isinstance(sent, (int, float)) else received
         if fields.get("event") in ("volume-added", "volume-removed"):
-            attributes = {key: str(value) for key, value in fields.items() if key not in ("event", "time")}
+            attributes = {key: str(value) for key, value in fields.items()
+                          if key not in ("schemaVersion", "event", "time")}
             event = Event(str(fields["event"]), moment_told, "volume", attributes.get("access_path", ""), attributes)
         elif fields.get("event") in ("device-added", "device-removed"):
             params = fields.get("params")

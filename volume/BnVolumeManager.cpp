@@ -6,6 +6,7 @@
 
 #include "common/Assert.h"
 #include "common/DumpText.h"
+#include "common/TransactionFrame.h"
 #include "volume/Volume.h"
 #include "volume/VolumeParcel.h"
 
@@ -63,16 +64,10 @@ status_t BnVolumeManager::dump(int fd, const Vector<String16>& args) {
 }
 
 status_t BnVolumeManager::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    Parcel unused;
-    Parcel& answer = reply != nullptr ? *reply : unused;
-    answer.writeInt32(0);
-    if (code < kAddNotifier || code > kQueryVolume) {
-        return BBinder::onTransact(code, data, &answer, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
-    return dispatch(code, data, answer);
+    return answerRequest(
+        this, code >= kAddNotifier && code <= kQueryVolume, data, reply,
+        [&](Parcel& answer) { return BBinder::onTransact(code, data, &answer, flags); },
+        [&](Parcel& answer) { return dispatch(code, data, answer); });
 }
 
 status_t BnVolumeManager::dispatch(uint32_t code, const Parcel& data, Parcel& reply) {

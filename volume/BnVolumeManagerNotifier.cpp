@@ -4,12 +4,11 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
+#include "common/TransactionFrame.h"
 #include "volume/VolumeParcel.h"
 
 namespace volume {
 
-using android::BAD_VALUE;
-using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
@@ -38,22 +37,14 @@ status_t BnVolumeManagerNotifier::onTransact(uint32_t code, const Parcel& data, 
     if (!data.checkInterface(this)) {
         return -1;
     }
-    int32_t result = 0;
-    if (code == kOnEvent) {
-        int32_t event = 0;
-        int32_t value = 0;
-        if (data.readInt32(&event) != OK || data.readInt32(&value) != OK) {
-            return BAD_VALUE;
-        }
-        result = onEvent(event, value);
-    } else {
-        const sp<VolumeItf> volume = readVolume(data);
-        if (volume == nullptr) {
-            return BAD_VALUE;
-        }
-        result = code == kOnVolumeAdded ? onVolumeAdded(volume) : onVolumeRemoved(volume);
+    switch (code) {
+        case kOnEvent:
+            return answerEvent(*this, data, reply);
+        case kOnVolumeAdded:
+            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeAdded, readVolume(data), reply);
+        default:
+            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeRemoved, readVolume(data), reply);
     }
-    return reply != nullptr ? reply->writeInt32(result) : OK;
 }
 
 }  // namespace volume

@@ -11,7 +11,6 @@
 
 namespace volume {
 
-using android::Mutex;
 using android::sp;
 using android::String16;
 using android::String8;
@@ -23,14 +22,14 @@ constexpr int kQueueTimeoutMillis = 100;
 
 }  // namespace
 
-VolumeManagerImpl::VolumeManagerImpl(const sp<UeventObserver>& observer) {
+VolumeManagerImpl::VolumeManagerImpl(const sp<UeventObserver>& observer) : mState(LOG_TAG) {
     mMessageQueue =
         new MessageQueue(new VolumeManagerMessageHandler(this), kQueueTimeoutMillis, "VolumeManagerQueue");
     mDetector = new VolumeDetector(observer);
 }
 
 VolumeManagerImpl::~VolumeManagerImpl() {
-    if (mState == kStarted) {
+    if (state() == ManagerState::kStarted) {
         // Threads that run on would keep the queues alive for ever.
         mDetector->stop();
         mMessageQueue->stop();
@@ -41,40 +40,15 @@ VolumeManagerImpl::~VolumeManagerImpl() {
 }
 
 int VolumeManagerImpl::startup() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            if (startThreads()) {
-                setState(kStarted);
-            }
-            break;
-        case kStarted:
-            ALOGW("already startup, no need re-startup");
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.startup([this] { return startThreads(); });
     return 0;
 }
 
 int VolumeManagerImpl::shutdown() {
-    Mutex::Autolock transition(mTransitionLock);
-    const int32_t current = state();
-    switch (current) {
-        case kShutDown:
-            ALOGW("already shutdown, no need re-shutdown");
-            break;
-        case kStarted:
-            mDetector->stop();
-            mMessageQueue->stop();
-            setState(kShutDown);
-            break;
-        default:
-            ALOGE("unknown state[%d], why??", current);
-            break;
-    }
+    mState.shutdown([this] {
+        mDetector->stop();
+        mMessageQueue->stop();
+    });
     return 0;
 }
 
@@ -96,16 +70,6 @@ sp<VolumeItf> VolumeManagerImpl::queryVolume(int index) {
 int VolumeManagerImpl::dump(const Vector<String16>& /*args*/, String8& result) {
     result.append("dump volume sample\n");
     return 0;
-}
-
-int32_t VolumeManagerImpl::state() const {
-    Mutex::Autolock lock(mLock);
-    return mState;
-}
-
-void VolumeManagerImpl::setState(int32_t state) {
-    Mutex::Autolock lock(mLock);
-    mState = state;
 }
 
 /** All or nothing. */

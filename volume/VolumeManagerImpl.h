@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <utils/Mutex.h>
-
 #include <cstdint>
 
+#include "common/ManagerState.h"
 #include "common/MessageQueue.h"
 #include "common/UeventObserver.h"
 #include "volume/VolumeDetector.h"
@@ -39,16 +38,10 @@ class VolumeManagerImpl : public VolumeManagerImplItf {
     int dump(const android::Vector<android::String16>& args, android::String8& result) override;
 
   protected:
-    /** Logged as its number. */
-    enum State : int32_t {
-        kShutDown = 0,
-        kStarted = 1,
-    };
-
     ~VolumeManagerImpl() override;
 
-    int32_t state() const;
-    void setState(int32_t state);
+    int32_t state() const { return mState.get(); }
+    void setState(int32_t state) { mState.set(state); }
 
   private:
     friend class VolumeManagerDetectorNotifier;
@@ -57,17 +50,10 @@ class VolumeManagerImpl : public VolumeManagerImplItf {
 
     /** Written once before clients can register, read without a lock. */
     android::sp<VolumeManagerNotifierItf> mNotifier;
-    /**
-     * Serialises startup() and shutdown(). Taken before mLock and, unlike it, held while threads are started
-     * and joined.
-     */
-    android::Mutex mTransitionLock;
-    /** Guards mState. */
-    mutable android::Mutex mLock;
     /** Runs while started; nothing posts to it. */
     android::sp<MessageQueue> mMessageQueue;
     android::sp<VolumeDetector> mDetector;
-    int32_t mState GUARDED_BY(mLock) = kShutDown;
+    ManagerState mState;
 };
 
 }  // namespace volume

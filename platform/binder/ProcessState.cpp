@@ -16,23 +16,17 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+
+#include "platform/binder/DriverNode.h"
 
 namespace android {
 
 namespace {
 
-constexpr const char* kDefaultNode = "/dev/binder";
-constexpr const char* kNodeVariable = "BINDER_DEVICE";
 constexpr size_t kReceiveAreaSize = size_t{1024} * 1024;
 constexpr int32_t kServiceManagerHandle = 0;
 constexpr size_t kThreadNameSize = 16;
-
-const char* nodePath() {
-    const char* const path = secure_getenv(kNodeVariable);
-    return path != nullptr && *path != '\0' ? path : kDefaultNode;
-}
 
 /** A thread of the pool: serves requests until the driver has no more use for it. */
 class PoolThread : public Thread {
@@ -179,7 +173,7 @@ int ProcessState::driver() {
 }
 
 int ProcessState::openLocked() {
-    const int fd = open(nodePath(), O_RDWR | O_CLOEXEC);
+    const int fd = open(binderDriverNode(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         return failLocked(fd, "cannot open", errno);
     }
@@ -217,7 +211,7 @@ void ProcessState::leaveToParent() {
 int ProcessState::failLocked(int fd, const char* what, int error) {
     if (!mFailureTold) {
         mFailureTold = true;
-        ALOGE("%s %s: %s", what, nodePath(), strerror(error));
+        ALOGE("%s %s: %s", what, binderDriverNode(), strerror(error));
     }
     if (fd >= 0) {
         close(fd);

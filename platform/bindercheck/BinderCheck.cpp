@@ -8,8 +8,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
+
+#include "platform/binder/DriverNode.h"
 
 using android::IBinder;
 using android::ProcessState;
@@ -20,9 +21,6 @@ namespace bindercheck {
 
 namespace {
 
-constexpr const char* kDefaultNode = "/dev/binder";
-constexpr const char* kNodeVariable = "BINDER_DEVICE";
-
 constexpr const char* kLoadModule =
     "load the kernel module binder_linux (modprobe binder_linux) or use a kernel with "
     "CONFIG_ANDROID_BINDER_IPC";
@@ -31,13 +29,8 @@ constexpr const char* kOtherKernel = "use a kernel whose binder driver speaks pr
 constexpr const char* kStartManager =
     "no service manager answers: start servicemanager before the services and their clients";
 
-const char* nodePath() {
-    const char* const path = secure_getenv(kNodeVariable);
-    return path != nullptr && *path != '\0' ? path : kDefaultNode;
-}
-
 String8 problemWith(const char* what, int error, const char* remedy) {
-    return String8::format("%s %s: %s; %s", what, nodePath(), strerror(error), remedy);
+    return String8::format("%s %s: %s; %s", what, binderDriverNode(), strerror(error), remedy);
 }
 
 String8 problemOf(int node) {
@@ -54,7 +47,7 @@ String8 problemOf(int node) {
 }  // namespace
 
 String8 driverProblem() {
-    const int node = open(nodePath(), O_RDWR | O_CLOEXEC);
+    const int node = open(binderDriverNode(), O_RDWR | O_CLOEXEC);
     if (node < 0) {
         const bool isRefused = errno == EACCES || errno == EPERM;
         return problemWith("cannot open", errno, isRefused ? kGrantAccess : kLoadModule);

@@ -13,9 +13,9 @@ import includes
 import tree
 
 
-def page_of(header: str) -> str:
-    """The page of the class that the header declares, as doxygen names it."""
-    return f"class{header[:-2].replace('/', '_1_1')}.html"
+def pages_of(header: str) -> list[str]:
+    """The page of the class or structure that the header declares, as doxygen names either."""
+    return [f"{kind}{header[:-2].replace('/', '_1_1')}.html" for kind in ("class", "struct")]
 
 
 def main() -> None:
@@ -28,7 +28,7 @@ def main() -> None:
             f"{done.stdout}(exit status {done.returncode} of doxygen)"]
         headers = [str(path) for path in tree.files(".h") if includes.CLIENT_HEADER.match(str(path))]
         complaints += [f"{header}: no page of its class" for header in headers
-                       if not Path(folder, "html", page_of(header)).exists()]
+                       if not any(Path(folder, "html", page).exists() for page in pages_of(header))]
     tree.finish(complaints, len(headers), "headers")
 
 

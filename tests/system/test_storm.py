@@ -11,12 +11,14 @@ from harness import GuestTestCase
 EVENTS = 20_000
 RATE = 1_000  # a second
 DAEMON_LOG = "/run/device-service.log"
+# What the client may need after the last uevent was sent: the calls to it fall behind on an emulated processor.
+CATCH_UP = 240.0  # seconds
 
 
 class Storm(GuestTestCase):
-    def logged(self, text: str) -> int:
-        """How many lines of the daemon's log hold the text."""
-        return int(self.run_guest(["grep", "-cF", text, DAEMON_LOG]).text)
+    def overruns(self) -> str:
+        """The lines of the daemon's log which say that the kernel had to drop uevents."""
+        return self.run_guest(["grep", "-F", "receive fail", DAEMON_LOG]).text
 
     def test_every_event_arrives_in_order(self) -> None:
         # Uevents of subsystem usb: of each of another one the USB side says in an error line that it is not its own.
@@ -33,11 +35,13 @@ class Storm(GuestTestCase):
                                    "--toggle", "--path", "/devices/made/usb1/up{n}", "--subsystem", "usb",
                                    "DEVNAME=up{n}", "STORM={n}"], timeout=300.0, check=True)
         print(injector.text.strip(), flush=True)
-        self.assertEqual(0, client.wait(60.0))
+        # First: what the kernel dropped never comes, and the client would be waited for in vain.
+        self.assertEqual("", self.overruns(), "the daemon did not read fast enough")
+        self.assertEqual(0, client.wait(CATCH_UP))
         account = next(entry["result"] for entry in map(json.loads, (line.text for line in client.lines("stdout")))
                        if entry["step"].startswith("storm="))
         self.assertEqual({"received": EVENTS, "out_of_order": 0}, account)
-        self.assertEqual(0, self.logged("receive fail"))
+        self.assertEqual("", self.overruns())
 
 
 if __name__ == "__main__":

@@ -6,38 +6,44 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <string>
 
-#include "tools/devicectl/ExitCode.h"
 #include "tools/devicectl/Text.h"
 
 namespace devicectl {
 
 namespace {
 
-/** The line that the handler writes, made while no alarm is set. */
+/** The line that the handler writes, and the exit status; set while no alarm is. */
 std::array<char, 512> sLine;
 size_t sLength = 0;
+ExitCode sCode = kFailed;
 
 void endProgram(int /*signal*/) {
     if (write(STDERR_FILENO, sLine.data(), sLength) < 0) {
         // There is nobody left to tell.
     }
-    _exit(kFailed);
+    _exit(sCode);
+}
+
+std::string noAnswer(unsigned seconds, std::string_view who) {
+    return "no answer from " + std::string(who.substr(0, 100)) + " within " + std::to_string(seconds) +
+           " s: its process hangs or is stopped";
 }
 
 }  // namespace
 
-CallLimit::CallLimit(unsigned seconds, std::string_view who) {
-    if (seconds == 0) {
+CallLimit::CallLimit(unsigned seconds, std::string_view who)
+    : CallLimit(seconds, kFailed, noAnswer(seconds, who)) {}
+
+CallLimit::CallLimit(unsigned seconds, ExitCode code, std::string_view text) : mIsArmed(seconds > 0) {
+    if (!mIsArmed) {
         return;
     }
-    const int length =
-        std::snprintf(sLine.data(), sLine.size(),
-                      "devicectl: no answer from %s within %u s: its process hangs or is stopped\n",
-                      escapeLine(who.substr(0, 100)).c_str(), seconds);
-    sLength = std::min(static_cast<size_t>(std::max(length, 0)), sLine.size() - 1);
+    const std::string line = text.empty() ? "" : "devicectl: " + escapeLine(text) + "\n";
+    sLength = std::min(line.size(), sLine.size());
+    std::copy_n(line.begin(), sLength, sLine.begin());
+    sCode = code;
 
     struct sigaction action = {};
     action.sa_handler = endProgram;
@@ -51,7 +57,9 @@ CallLimit::CallLimit(unsigned seconds, std::string_view who) {
 }
 
 CallLimit::~CallLimit() {
-    alarm(0);
+    if (mIsArmed) {
+        alarm(0);
+    }
 }
 
 }  // namespace devicectl

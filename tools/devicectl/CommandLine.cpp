@@ -9,9 +9,13 @@
 #include <system_error>
 
 #include "device/DeviceManagerItf.h"
+#include "device/IDeviceManager.h"
+#include "tools/devicectl/CommandChoices.h"
 #include "tools/devicectl/Managers.h"
 #include "tools/devicectl/Text.h"
 #include "tools/devicectl/UsbCommandLine.h"
+#include "usb/IUsbManager.h"
+#include "volume/IVolumeManager.h"
 
 namespace devicectl {
 
@@ -28,12 +32,13 @@ constexpr const char* kExitCodes =
     "  3  the service is not registered, or there is no service manager\n"
     "  4  the daemon is dead or died during the call\n"
     "  5  no usable binder driver\n"
+    "  6  what was waited for was not there in time\n"
     "\n"
     "Options of the program may stand before or after the command. What follows -- is never an option.\n"
     "The driver's node is /dev/binder, or what the environment variable BINDER_DEVICE names.";
 
 constexpr const char* kCommonOptions =
-    "The options --json and --timeout and the exit statuses are in devicectl --help.";
+    "The options --json, --color and --timeout and the exit statuses are in devicectl --help.";
 
 /** A command's help: one line for lists, and what else its own help says. */
 struct Help {
@@ -89,6 +94,31 @@ constexpr Help kServicesHelp{
     "List the services and whether they live",
     "alive, dead, or silent (no answer within two seconds). Asks every service once; changes nothing."};
 
+constexpr Help kStatusHelp{"Show services, their clients and what they hold at a glance",
+                           "Exit status 0 if all three services answer; 3 if one is not registered, 4 if one "
+                           "is dead, 1 if one gives "
+                           "no\nanswer within two seconds. Changes nothing."};
+constexpr Help kWaitServiceHelp{
+    "Wait for a service, or for all three of the daemon, to answer",
+    "Returns at once if it does already. Waits for the service manager too. Changes nothing."};
+constexpr Help kWaitVolumeHelp{
+    "Wait for a volume to be listed and mounted",
+    "By its name, such as sda1, or its label. Returns when the volume is mounted, as this process sees it, "
+    "and "
+    "not\nbefore; at once if it is already. Waits for daemon and service manager too. A volume that cannot "
+    "be "
+    "mounted\nis waited for in vain. Registers one client with the volume manager meanwhile."};
+constexpr Help kWaitUsbHelp{
+    "Wait for a USB device to be listed by the USB manager",
+    "By vendor and product, four hexadecimal digits each. At once if it is already. Waits for daemon and "
+    "service\nmanager too. Registers one client with the USB manager meanwhile."};
+constexpr Help kWatchHelp{
+    "Show services, controllers, USB devices and volumes with their usage, live, on the whole terminal",
+    "Needs a terminal. q or Ctrl-C ends it, arrows, j and k scroll. Registers one client each with the "
+    "volume "
+    "and\nthe USB manager. Outlives the daemon."};
+constexpr const char* kAllServices = "all";
+
 /** Decimal only: leading zeros make no octal number here. */
 template <typename Number>
 std::optional<Number> number(const std::string& text) {
@@ -106,6 +136,49 @@ std::optional<int> controllerType(const std::string& text) {
         return device::kControllerCard;
     }
     return number<int>(text);
+}
+
+/** Up to four hexadecimal digits. */
+std::optional<uint32_t> usbNumber(const std::string& text) {
+    uint32_t value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value, 16);
+    const bool fine = error == std::errc() && rest == end && text.size() <= 4;
+    return fine ? std::optional(value) : std::nullopt;
+}
+
+struct UsbPair {
+    uint32_t vendor;
+    uint32_t product;
+};
+
+std::optional<UsbPair> usbPair(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        return std::nullopt;
+    }
+    const std::optional<uint32_t> vendor = usbNumber(text.substr(0, colon));
+    const std::optional<uint32_t> product = usbNumber(text.substr(colon + 1));
+    return vendor && product ? std::optional(UsbPair{*vendor, *product}) : std::nullopt;
+}
+
+std::string mustBeUsbPair(const std::string& text) {
+    return usbPair(text) ? "" : "must be VENDOR:PRODUCT in hexadecimal, such as 05ac:12a8";
+}
+
+std::string mustNotBeEmpty(const std::string& text) {
+    return text.empty() ? "must not be empty" : "";
+}
+
+std::optional<ColorMode> colorMode(const std::string& text) {
+    return text == "auto"     ? std::optional(ColorMode::kAuto)
+           : text == "always" ? std::optional(ColorMode::kAlways)
+           : text == "never"  ? std::optional(ColorMode::kNever)
+                              : std::nullopt;
+}
+
+std::string mustBeColorMode(const std::string& text) {
+    return colorMode(text) ? "" : "must be auto, always or never";
 }
 
 std::string mustBeManager(const std::string& name) {
@@ -150,12 +223,22 @@ class Definition {
                               "Show the version and exit");
         mApp.add_flag("--json", mJson,
                       "Print JSON: one object on one line; a monitor prints one for each event");
+        CLI::Option* const color =
+            mApp.add_option_function<std::string>(
+                    "--color",
+                    [this](const std::string& text) {
+                        mOptions.color = colorMode(text).value_or(ColorMode::kAuto);
+                    },
+                    "Colors: auto (default; on a terminal, unless NO_COLOR is set), always or never")
+                ->type_name("WHEN")
+                ->check(mustBeColorMode);
+        mChoices[color] = {{"auto", "always", "never"}};
         mApp.add_option_function<std::string>(
                 "--timeout",
                 [this](const std::string& text) {
                     mOptions.answerSeconds = number<unsigned>(text).value_or(0);
                 },
-                "Seconds that one answer of a service may take (default: 30; 0: no limit)")
+                "Seconds that one answer of a service may take, and wait in all (default: 30; 0: no limit)")
             ->type_name("SECONDS")
             ->check(mustBeTimeout);
         mApp.require_subcommand(1);
@@ -163,15 +246,18 @@ class Definition {
         addManagerCommands();
         addDeviceCommands();
         add(mApp, "volumes", kVolumesHelp, Options::Command::kVolumes);
-        addUsbCommands(mApp, kCommonOptions, [this](const UsbRequest& request) {
+        addUsbCommands(mApp, kCommonOptions, &mChoices, [this](const UsbRequest& request) {
             mOptions.command = Options::Command::kUsb;
             mOptions.usb = request;
         });
         addMonitor();
+        addWatch();
+        addWait();
         addServiceCommands();
     }
 
     CLI::App& app() { return mApp; }
+    const ChoiceTable& choices() const { return mChoices; }
 
     Options options() const {
         Options options = mOptions;
@@ -192,7 +278,9 @@ class Definition {
         const std::string which = "One of: " + managerNames() + " (default: all)";
         for (CLI::App* const command : {add(mApp, "start", kStartHelp, Options::Command::kStart),
                                         add(mApp, "stop", kStopHelp, Options::Command::kStop)}) {
-            command->add_option("MANAGER", mOptions.manager, which)->type_name("")->check(mustBeManager);
+            CLI::Option* const manager =
+                command->add_option("MANAGER", mOptions.manager, which)->type_name("")->check(mustBeManager);
+            mChoices[manager] = {{"volume", "usb", "device"}};
         }
     }
 
@@ -203,32 +291,39 @@ class Definition {
         device.require_subcommand(1);
 
         CLI::App& get = *add(device, "get", kGetHelp, Options::Command::kDeviceGet);
-        addText(get, "SUBSYSTEM", mOptions.subsystem, "The kernel's subsystem, such as block");
-        addText(get, "NAME", mOptions.name, "The device's DEVNAME, such as sda");
+        // The one subsystem of which it is safe to ask.
+        mChoices[addText(get, "SUBSYSTEM", mOptions.subsystem, "The kernel's subsystem, such as block")] = {
+            {"block"}};
+        mChoices[addText(get, "NAME", mOptions.name, "The device's DEVNAME, such as sda")] = {
+            {}, LiveKind::kNodes};
 
         CLI::App& ancestors = *add(device, "ancestors", kAncestorsHelp, Options::Command::kDeviceAncestors);
         addText(ancestors, "PATH", mOptions.path, "A path below the sysfs root, such as /devices/...");
 
         CLI::App& controller =
             *add(device, "controller", kControllerHelp, Options::Command::kDeviceController);
-        controller
-            .add_option_function<std::string>(
-                "TYPE",
-                [this](const std::string& text) {
-                    mOptions.controllerType = controllerType(text).value_or(0);
-                },
-                "usb, card or the type's number")
-            ->type_name("")
-            ->required()
-            ->check(mustBeControllerType);
-        controller
-            .add_option_function<std::string>(
-                "ID",
-                [this](const std::string& text) { mOptions.controllerId = number<int>(text).value_or(0); },
-                "Number of the controller, from 0")
-            ->type_name("")
-            ->required()
-            ->check(mustBeNumber);
+        CLI::Option* const type = controller
+                                      .add_option_function<std::string>(
+                                          "TYPE",
+                                          [this](const std::string& text) {
+                                              mOptions.controllerType = controllerType(text).value_or(0);
+                                          },
+                                          "usb, card or the type's number")
+                                      ->type_name("")
+                                      ->required()
+                                      ->check(mustBeControllerType);
+        mChoices[type] = {{"usb", "card"}};
+        CLI::Option* const id = controller
+                                    .add_option_function<std::string>(
+                                        "ID",
+                                        [this](const std::string& text) {
+                                            mOptions.controllerId = number<int>(text).value_or(0);
+                                        },
+                                        "Number of the controller, from 0")
+                                    ->type_name("")
+                                    ->required()
+                                    ->check(mustBeNumber);
+        mChoices[id] = {{"0", "1", "2"}};
     }
 
     void addMonitor() {
@@ -245,15 +340,82 @@ class Definition {
         monitor.add_flag("--properties", mOptions.properties, "Show the properties of what arrives, too");
     }
 
+    void addWatch() {
+        CLI::App* const watch = mApp.add_subcommand("watch", kWatchHelp.summary);
+        watch->fallthrough();
+        watch->footer(std::string(kWatchHelp.details) + "\n\n" + kCommonOptions);
+        watch->final_callback([this] {
+            mOptions.command = Options::Command::kWatch;
+            if (mJson) {
+                throw CLI::ValidationError("watch",
+                                           "shows a picture and no JSON; monitor --json is for programs");
+            }
+        });
+    }
+
+    void addWait() {
+        CLI::App& wait = *mApp.add_subcommand(
+            "wait", "Wait until a service, a volume or a USB device is there with all that belongs to it");
+        wait.fallthrough();
+        wait.footer(
+            std::string(
+                "Ends with status 0 once it is there and prints what it found, or with status 6 after "
+                "--timeout seconds (30;\n0: never).\n\n") +
+            kCommonOptions);
+        wait.require_subcommand(1);
+
+        CLI::Option* const service =
+            addWaitFor(wait, "service", kWaitServiceHelp, WaitRequest::Kind::kService, "NAME",
+                       "Name of the service, or all for the three of the daemon");
+        service->check(mustBeUtf8);
+        mChoices[service] = {{kAllServices, device::IDeviceManager::kServiceName,
+                              volume::IVolumeManager::kServiceName, usb::IUsbManager::kServiceName},
+                             LiveKind::kServices};
+        mChoices[addWaitFor(wait, "volume", kWaitVolumeHelp, WaitRequest::Kind::kVolume, "VOLUME",
+                            "Name or label of the volume")] = {{}, LiveKind::kVolumes};
+        CLI::Option* const usb = addWaitFor(wait, "usb", kWaitUsbHelp, WaitRequest::Kind::kUsb,
+                                            "VENDOR:PRODUCT", "The device's numbers, such as 05ac:12a8");
+        usb->check(mustBeUsbPair);
+        mChoices[usb] = {{}, LiveKind::kUsbNumbers};
+    }
+
+    CLI::Option* addWaitFor(CLI::App& wait, const char* name, const Help& help, WaitRequest::Kind kind,
+                            const char* argument, const char* argumentHelp) {
+        CLI::App* const added = wait.add_subcommand(name, help.summary);
+        added->fallthrough();
+        added->footer(std::string(help.details) + "\n\n" + kCommonOptions);
+        added->callback([this, kind] {
+            mOptions.command = Options::Command::kWait;
+            mOptions.wait.kind = kind;
+            const std::optional<UsbPair> pair =
+                kind == WaitRequest::Kind::kUsb ? usbPair(mOptions.wait.text) : std::nullopt;
+            if (pair) {
+                mOptions.wait.vendor = pair->vendor;
+                mOptions.wait.product = pair->product;
+            }
+        });
+        return added->add_option(argument, mOptions.wait.text, argumentHelp)
+            ->type_name("")
+            ->required()
+            ->check(mustNotBeEmpty);
+    }
+
     void addServiceCommands() {
         CLI::App& dump = *add(mApp, "dump", kDumpHelp, Options::Command::kDump);
-        addText(dump, "SERVICE", mOptions.service, "Name of a service, such as DeviceManager")
-            ->check(mustBeUtf8);
-        dump.add_option("ARG", mOptions.arguments, "Arguments, handed to the service")
-            ->type_name("")
-            ->check(mustBeUtf8);
+        CLI::Option* const service =
+            addText(dump, "SERVICE", mOptions.service, "Name of a service, such as DeviceManager")
+                ->check(mustBeUtf8);
+        mChoices[service] = {{device::IDeviceManager::kServiceName, volume::IVolumeManager::kServiceName,
+                              usb::IUsbManager::kServiceName},
+                             LiveKind::kServices};
+        CLI::Option* const argument =
+            dump.add_option("ARG", mOptions.arguments, "Arguments, handed to the service")
+                ->type_name("")
+                ->check(mustBeUtf8);
+        mChoices[argument] = {{"notifier"}};
 
         add(mApp, "services", kServicesHelp, Options::Command::kServices);
+        add(mApp, "status", kStatusHelp, Options::Command::kStatus);
     }
 
     static CLI::Option* addText(CLI::App& command, const char* name, std::string& target, const char* help) {
@@ -262,6 +424,7 @@ class Definition {
 
     CLI::App mApp{"Command-line client of the device service.", "devicectl"};
     Options mOptions;
+    ChoiceTable mChoices;
     bool mJson = false;
 };
 
@@ -301,6 +464,11 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
         line.error = explain(error, definition.app()) + " (devicectl --help explains)";
     }
     return line;
+}
+
+Choices choicesAfter(const std::vector<std::string>& words, const std::string& current) {
+    Definition definition;
+    return findChoices(definition.app(), definition.choices(), words, current);
 }
 
 }  // namespace devicectl

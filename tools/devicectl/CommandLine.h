@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "tools/devicectl/Choices.h"
+#include "tools/devicectl/ColorChoice.h"
 #include "tools/devicectl/ExitCode.h"
 #include "tools/devicectl/Render.h"
 #include "tools/devicectl/UsbRequest.h"
+#include "tools/devicectl/WaitRequest.h"
 
 namespace devicectl {
 
@@ -25,11 +28,16 @@ struct Options {
         kMonitor,
         kDump,
         kServices,
+        kStatus,
+        kWait,
+        kWatch,
     };
 
     Command command = Command::kServices;
     Format format = Format::kHuman;
-    unsigned answerSeconds = 30;  ///< how long one answer may take; 0 waits for ever
+    ColorMode color = ColorMode::kAuto;
+    /** How long one answer may take, of wait the whole of it; 0 waits for ever. */
+    unsigned answerSeconds = 30;
 
     std::string manager;                 ///< start, stop: one manager's name; empty for all
     std::string subsystem;               ///< device get
@@ -43,6 +51,7 @@ struct Options {
     std::optional<uint64_t> count;       ///< monitor; positive
     bool properties = false;             ///< monitor
     UsbRequest usb;                      ///< usb
+    WaitRequest wait;                    ///< wait
 };
 
 /** Either options, or what to print and the exit status. */
@@ -55,5 +64,13 @@ struct ParsedLine {
 
 /** Parses the arguments without the program's name. Has no effect on anything. Any thread. */
 ParsedLine parseCommandLine(const std::vector<std::string>& arguments);
+
+/**
+ * What may stand at the end of a command line, for a shell's completion.
+ *
+ * @param words   the words before, without the program's name
+ * @param current as far as it is written; may be empty
+ */
+Choices choicesAfter(const std::vector<std::string>& words, const std::string& current);
 
 }  // namespace devicectl

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "tools/devicectl/CommandLine.h"
 #include "tools/devicectl/ExitCode.h"
 #include "tools/devicectl/ServiceAccess.h"
@@ -29,5 +32,17 @@ ExitCode runDump(const Options& options, const ServiceAccess& access);
 
 /** services */
 ExitCode runServices(const Options& options);
+
+/** status */
+ExitCode runStatus(const Options& options);
+
+/** watch */
+ExitCode runWatch(const Options& options);
+
+/**
+ * What a shell's completion asks: "bash LINE WORDBREAKS" or "words WORD...". Prints the candidates, one on a
+ * line; says nothing of failures, which would stand in the middle of somebody's command line.
+ */
+ExitCode runComplete(const std::vector<std::string>& arguments);
 
 }  // namespace devicectl

@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <sys/mman.h>
-#include <unistd.h>
 #include <utils/Errors.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 
-#include <array>
 #include <cerrno>
 #include <string>
 #include <system_error>
 
 #include "tools/devicectl/CallLimit.h"
 #include "tools/devicectl/Commands.h"
+#include "tools/devicectl/MemoryFile.h"
 #include "tools/devicectl/StandardStreams.h"
 
 namespace devicectl {
@@ -23,44 +21,6 @@ using android::String16;
 using android::Vector;
 
 namespace {
-
-/**
- * A file in memory. A service that is handed a pipe would die of a reader that goes, and wait for one that is
- * slow; here it can do neither.
- */
-class MemoryFile {
-  public:
-    MemoryFile() : mFd(memfd_create("devicectl-dump", MFD_CLOEXEC)) {}
-    ~MemoryFile() {
-        if (mFd >= 0) {
-            close(mFd);
-        }
-    }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    int fd() const { return mFd; }
-
-    /** Appends all that was written. @return 0 or the error's number */
-    int read(std::string* text) const {
-        std::array<char, 65536> block{};
-        off_t offset = 0;
-        for (;;) {
-            const ssize_t count = pread(mFd, block.data(), block.size(), offset);
-            if (count < 0 && errno == EINTR) {
-                continue;
-            }
-            if (count <= 0) {
-                return count < 0 ? errno : 0;
-            }
-            text->append(block.data(), static_cast<size_t>(count));
-            offset += count;
-        }
-    }
-
-  private:
-    const int mFd;
-};
 
 ExitCode failMemory(int error) {
     reportError("no memory for the dump: " + std::generic_category().message(error));

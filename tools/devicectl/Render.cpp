@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "tools/devicectl/RenderParts.h"
 #include "tools/devicectl/Text.h"
 
 namespace devicectl {
@@ -18,221 +19,8 @@ using android::Vector;
 using device::DeviceItf;
 using usb::UsbDeviceItf;
 using volume::VolumeItf;
-using Json = nlohmann::ordered_json;
 
 namespace {
-
-std::string toString(const String8& text) {
-    return {text.string(), text.size()};
-}
-
-/** ASCII only, so that neither a terminal nor a strict reader can be harmed by what a device is called. */
-std::string jsonLine(const Json& value) {
-    return value.dump(-1, ' ', true, Json::error_handler_t::replace) + "\n";
-}
-
-std::string padded(std::string text, size_t width) {
-    if (text.size() < width) {
-        text.resize(width, ' ');
-    }
-    return text;
-}
-
-Json deviceJson(const DeviceItf& device) {
-    Json params = Json::object();
-    for (size_t i = 0; i < device.getParamSize(); ++i) {
-        params[toString(device.getParamName(i))] = toString(device.getParamValue(i));
-    }
-    return {{"path", toString(device.getPath())},
-            {"subsystem", toString(device.getSubsystem())},
-            {"params", params}};
-}
-
-/** The value of a property that may be absent; DeviceItf::getParam() would end the process. */
-std::string paramOr(const DeviceItf& device, const char* key, const char* otherwise) {
-    for (size_t i = 0; i < device.getParamSize(); ++i) {
-        if (device.getParamName(i) == key) {
-            return escapeLine(toString(device.getParamValue(i)));
-        }
-    }
-    return otherwise;
-}
-
-/** Subsystem, node and path, in columns as far as they fit. */
-std::string deviceColumns(const DeviceItf& device) {
-    const std::string type = paramOr(device, "DEVTYPE", "");
-    std::string kind = escapeLine(toString(device.getSubsystem()));
-    if (!type.empty()) {
-        kind += "/" + type;
-    }
-    return padded(kind, 19) + " " + padded(paramOr(device, "DEVNAME", "-"), 15) + " " +
-           escapeLine(toString(device.getPath()));
-}
-
-std::string propertyLines(const DeviceItf& device) {
-    std::string text;
-    for (size_t i = 0; i < device.getParamSize(); ++i) {
-        text += "    " + escapeLine(toString(device.getParamName(i))) + "=" +
-                escapeLine(toString(device.getParamValue(i))) + "\n";
-    }
-    return text;
-}
-
-/** One attribute of a volume: how it is called and how it is asked for. */
-struct VolumeField {
-    const char* key;      ///< in JSON
-    const char* heading;  ///< of the table's column
-    const String8& (VolumeItf::*get)() const;
-};
-
-constexpr std::array kVolumeFields{
-    VolumeField{"name", "NAME", &VolumeItf::getName},
-    VolumeField{"label", "LABEL", &VolumeItf::getLabel},
-    VolumeField{"format", "FORMAT", &VolumeItf::getFormat},
-    VolumeField{"identity", "IDENTITY", &VolumeItf::getUuid},
-    VolumeField{"mount_path", "MOUNT PATH", &VolumeItf::getMountPath},
-    VolumeField{"access_path", "ACCESS PATH", &VolumeItf::getAccessPath},
-    VolumeField{"device", "DEVICE", &VolumeItf::getDevicePath},
-    VolumeField{"disk", "DISK", &VolumeItf::getMbrPath},
-};
-
-Json volumeJson(const VolumeItf& volume) {
-    Json json = Json::object();
-    for (const VolumeField& field : kVolumeFields) {
-        json[field.key] = toString((volume.*field.get)());
-    }
-    return json;
-}
-
-/** For readers; a dash for what is empty or what the daemon does not know. */
-std::string volumeText(const String8& text) {
-    return text.isEmpty() || text == "unknown" ? "-" : escapeLine(toString(text));
-}
-
-/** As the columns of a device; what comes from the medium stands last. */
-std::string volumeColumns(const VolumeItf& volume) {
-    return padded("volume", 19) + " " + padded(volumeText(volume.getName()), 15) + " " +
-           padded(volumeText(volume.getAccessPath()), 15) + " " + volumeText(volume.getFormat()) + " " +
-           volumeText(volume.getUuid()) + " " + volumeText(volume.getLabel());
-}
-
-std::string volumeLines(const VolumeItf& volume) {
-    std::string text;
-    for (const VolumeField& field : kVolumeFields) {
-        text += "    " + std::string(field.key) + "=" + escapeLine(toString((volume.*field.get)())) + "\n";
-    }
-    return text;
-}
-
-/** Characters, as far as one code point is one: the bytes of UTF-8 that begin one. */
-size_t widthOf(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-    }));
-}
-
-/** Rows in columns as wide as their widest text; the last column is not filled up. */
-std::string tableText(const std::vector<std::vector<std::string>>& rows) {
-    std::vector<size_t> widths;
-    for (const std::vector<std::string>& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], widthOf(row[i]));
-        }
-    }
-    std::string text;
-    for (const std::vector<std::string>& row : rows) {
-        for (size_t i = 0; i < row.size(); ++i) {
-            const bool last = i + 1 == row.size();
-            text += row[i] + (last ? "\n" : std::string(widths[i] - widthOf(row[i]) + 2, ' '));
-        }
-    }
-    return text;
-}
-
-/** Class, subclass and protocol of an interface. */
-using InterfaceTriple = std::array<uint32_t, 3>;
-
-/** In ascending order: the one of the record means nothing, and differs each time. */
-std::vector<InterfaceTriple> interfacesOf(const UsbDeviceItf& device) {
-    std::vector<InterfaceTriple> interfaces;
-    for (uint32_t i = 0; i < device.getInterfaceCount(); ++i) {
-        const sp<usb::UsbInterfaceItf> interface = device.getInterface(i);
-        if (interface != nullptr) {
-            interfaces.push_back({interface->getInterfaceClass(), interface->getInterfaceSubClass(),
-                                  interface->getInterfaceProtocol()});
-        }
-    }
-    std::sort(interfaces.begin(), interfaces.end());
-    return interfaces;
-}
-
-std::string hex(uint32_t value, int digits) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%0*x", digits, value);
-    return text.data();
-}
-
-std::string usbNumber(const UsbDeviceItf& device) {
-    return hex(device.getVendorId(), 4) + ":" + hex(device.getProductId(), 4);
-}
-
-/** The descriptor counts in 2 mA (a SuperSpeed device, which the record does not tell, in 8 mA). */
-uint32_t milliamperesOf(const UsbDeviceItf& device) {
-    return device.getConfig()->getMaxPower() * 2;
-}
-
-std::string interfaceText(const UsbDeviceItf& device) {
-    std::string text;
-    for (const InterfaceTriple& interface : interfacesOf(device)) {
-        text += (text.empty() ? "" : " ") + hex(interface[0], 2) + "/" + hex(interface[1], 2) + "/" +
-                hex(interface[2], 2);
-    }
-    return text.empty() ? "-" : text;
-}
-
-std::string usbColumns(const UsbDeviceItf& device) {
-    return padded("usb", 19) + " " + padded("id " + std::to_string(device.getId()), 15) + " bus " +
-           std::to_string(device.getBusNumber()) + " " + usbNumber(device) + " class " +
-           hex(device.getDeviceClass(), 2) + " " + std::to_string(milliamperesOf(device)) + " mA " +
-           interfaceText(device);
-}
-
-Json usbJson(const UsbDeviceItf& device) {
-    Json interfaces = Json::array();
-    for (const InterfaceTriple& interface : interfacesOf(device)) {
-        interfaces.push_back(
-            {{"class", interface[0]}, {"subclass", interface[1]}, {"protocol", interface[2]}});
-    }
-    return {{"id", device.getId()},
-            {"bus", device.getBusNumber()},
-            {"class", device.getDeviceClass()},
-            {"subclass", device.getDeviceSubClass()},
-            {"protocol", device.getDeviceProtocol()},
-            {"vendor", device.getVendorId()},
-            {"product", device.getProductId()},
-            {"max_power", device.getConfig()->getMaxPower()},
-            {"milliamperes", milliamperesOf(device)},
-            {"interfaces", interfaces}};
-}
-
-Json nameOrNull(const std::string& name) {
-    return name.empty() ? Json(nullptr) : Json(name);
-}
-
-std::vector<std::string> usbRow(const UsbDeviceItf& device, const UsbNames& names) {
-    const std::string className = names.classOf(device.getDeviceClass());
-    const std::string vendor = names.vendor(device.getVendorId());
-    const std::string product = names.product(device.getVendorId(), device.getProductId());
-    std::string name = vendor + (vendor.empty() || product.empty() ? "" : " ") + product;
-    return {std::to_string(device.getId()),
-            std::to_string(device.getBusNumber()),
-            usbNumber(device),
-            std::to_string(milliamperesOf(device)) + " mA",
-            hex(device.getDeviceClass(), 2) + (className.empty() ? "" : " " + escapeLine(className)),
-            interfaceText(device),
-            name.empty() ? "-" : escapeLine(name)};
-}
 
 bool isQuestion(UsbOperation operation) {
     return operation == UsbOperation::kRole || operation == UsbOperation::kCarplay ||
@@ -252,18 +40,6 @@ const char* usbModeText(UsbOperation operation, int answer) {
         default:
             return nullptr;
     }
-}
-
-const char* lifeText(ServiceState::Life life) {
-    switch (life) {
-        case ServiceState::Life::kAlive:
-            return "alive";
-        case ServiceState::Life::kDead:
-            return "dead";
-        case ServiceState::Life::kSilent:
-            break;
-    }
-    return "silent";
 }
 
 /** Local time of day in milliseconds; a monitor seldom runs for days, and JSON has the whole time. */
@@ -343,37 +119,38 @@ std::string eventJson(const Event& event) {
     return jsonLine(json);
 }
 
-std::string eventHuman(const Event& event, bool properties) {
+std::string eventHuman(Format format, const Event& event, bool properties) {
+    const auto word = [format](Color color, const char* text) { return painted(format, color, text) + " "; };
     const std::string head = clockText(event.time) + "  ";
     switch (event.kind) {
         case Event::Kind::kDeviceAdded:
-            return head + "added    " + deviceColumns(*event.device) + "\n" +
+            return head + word(Color::kGood, "added   ") + deviceColumns(*event.device) + "\n" +
                    (properties ? propertyLines(*event.device) : "");
         case Event::Kind::kDeviceRemoved:
-            return head + "removed  " + deviceColumns(*event.device) + "\n";
+            return head + word(Color::kBad, "removed ") + deviceColumns(*event.device) + "\n";
         case Event::Kind::kDeviceEvent:
-            return head + "event    " + codeText(event);
+            return head + word(Color::kWait, "event   ") + codeText(event);
         case Event::Kind::kVolumeAdded:
-            return head + "added    " + volumeColumns(*event.volume) + "\n" +
+            return head + word(Color::kGood, "added   ") + volumeColumns(*event.volume) + "\n" +
                    (properties ? volumeLines(*event.volume) : "");
         case Event::Kind::kVolumeRemoved:
-            return head + "removed  " + volumeColumns(*event.volume) + "\n";
+            return head + word(Color::kBad, "removed ") + volumeColumns(*event.volume) + "\n";
         case Event::Kind::kVolumeEvent:
-            return head + "event    volume " + codeText(event);
+            return head + word(Color::kWait, "event   ") + "volume " + codeText(event);
         case Event::Kind::kUsbAttached:
-            return head + "attached " + usbColumns(*event.usbDevice) + "\n";
+            return head + word(Color::kGood, "attached") + usbColumns(*event.usbDevice) + "\n";
         case Event::Kind::kUsbDetached:
-            return head + "detached " + usbColumns(*event.usbDevice) + "\n";
+            return head + word(Color::kBad, "detached") + usbColumns(*event.usbDevice) + "\n";
         case Event::Kind::kUsbEvent:
-            return head + "event    usb " + codeText(event);
+            return head + word(Color::kWait, "event   ") + "usb " + codeText(event);
         case Event::Kind::kUsbHostEvent:
-            return head + "event    usb host " + codeText(event);
+            return head + word(Color::kWait, "event   ") + "usb host " + codeText(event);
         case Event::Kind::kServiceUp:
-            return head + "service  " + event.service + " reports to this monitor\n";
+            return head + word(Color::kHeading, "service ") + event.service + " reports to this monitor\n";
         case Event::Kind::kServiceDown:
             break;
     }
-    return head + "service  " + event.service + " died; waiting for its return\n";
+    return head + word(Color::kHeading, "service ") + event.service + " died; waiting for its return\n";
 }
 
 }  // namespace
@@ -430,17 +207,11 @@ std::string renderVolumes(Format format, const Vector<sp<VolumeItf>>& volumes) {
         }
         return jsonLine({{"volumes", list}});
     }
-    std::vector<std::vector<std::string>> rows(1);
-    for (const VolumeField& field : kVolumeFields) {
-        rows.front().emplace_back(field.heading);
-    }
+    std::vector<std::vector<std::string>> rows{volumeHeading()};
     for (const sp<VolumeItf>& volume : volumes) {
-        std::vector<std::string>& row = rows.emplace_back();
-        for (const VolumeField& field : kVolumeFields) {
-            row.push_back(volumeText(((*volume).*field.get)()));
-        }
+        rows.push_back(volumeRow(*volume));
     }
-    return tableText(rows);
+    return tableText(format, rows);
 }
 
 std::string renderUsbDevices(Format format, const std::vector<sp<UsbDeviceItf>>& devices,
@@ -448,20 +219,15 @@ std::string renderUsbDevices(Format format, const std::vector<sp<UsbDeviceItf>>&
     if (format == Format::kJson) {
         Json list = Json::array();
         for (const sp<UsbDeviceItf>& device : devices) {
-            Json json = usbJson(*device);
-            json["class_name"] = nameOrNull(names.classOf(device->getDeviceClass()));
-            json["vendor_name"] = nameOrNull(names.vendor(device->getVendorId()));
-            json["product_name"] = nameOrNull(names.product(device->getVendorId(), device->getProductId()));
-            list.push_back(json);
+            list.push_back(usbListJson(*device, names));
         }
         return jsonLine({{"usb_devices", list}});
     }
-    std::vector<std::vector<std::string>> rows{
-        {"ID", "BUS", "NUMBER", "POWER", "CLASS", "INTERFACES", "NAME"}};
+    std::vector<std::vector<std::string>> rows{usbHeading()};
     for (const sp<UsbDeviceItf>& device : devices) {
         rows.push_back(usbRow(*device, names));
     }
-    return tableText(rows);
+    return tableText(format, rows);
 }
 
 std::string renderUsbAnswer(Format format, const UsbRequest& request, int answer) {
@@ -551,13 +317,14 @@ std::string renderServices(Format format, const std::vector<ServiceState>& servi
     }
     std::string text;
     for (const ServiceState& service : services) {
-        text += padded(escapeLine(service.name), width) + "  " + lifeText(service.life) + "\n";
+        text += padded(escapeLine(service.name), width) + "  " +
+                painted(format, colorOf(service.life), lifeText(service.life)) + "\n";
     }
     return text;
 }
 
 std::string renderEvent(Format format, const Event& event, bool properties) {
-    return format == Format::kJson ? eventJson(event) : eventHuman(event, properties);
+    return format == Format::kJson ? eventJson(event) : eventHuman(format, event, properties);
 }
 
 }  // namespace devicectl

@@ -21,13 +21,23 @@ namespace devicectl {
  * What the commands print, as text that ends in a newline. Pure functions, any thread.
  *
  * Human text holds no control character but the newlines and tabs of its own layout. JSON is one object on
- * one line, of ASCII characters only: bytes of a device or a volume that are no UTF-8 become U+FFFD.
+ * one line, of ASCII characters only: bytes of a device or a volume that are no UTF-8 become U+FFFD. Its
+ * first member is the version of its shape; docs/devicectl.schema.json describes each.
  */
-enum class Format { kHuman, kJson };
+enum class Format {
+    kHuman,
+    kColor,  ///< as kHuman, with colors of a terminal
+    kJson,
+};
 
 /** One row of the list of services. */
 struct ServiceState {
-    enum class Life { kAlive, kDead, kSilent };
+    enum class Life {
+        kAlive,
+        kDead,     ///< registered, its process is gone
+        kSilent,   ///< gives no answer
+        kMissing,  ///< not registered
+    };
 
     std::string name;
     Life life;

@@ -6,10 +6,11 @@
 
 namespace devicectl {
 
-StopSignals::StopSignals() {
+StopSignals::StopSignals(std::initializer_list<int> signals) {
     sigemptyset(&mSignals);
-    sigaddset(&mSignals, SIGINT);
-    sigaddset(&mSignals, SIGTERM);
+    for (const int signal : signals) {
+        sigaddset(&mSignals, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &mSignals, &mFormer);
     mFd = signalfd(-1, &mSignals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
@@ -20,9 +21,10 @@ StopSignals::~StopSignals() {
     }
 }
 
-bool StopSignals::take() {
+int StopSignals::takeNumber() {
     signalfd_siginfo taken{};
-    return read(mFd, &taken, sizeof(taken)) == static_cast<ssize_t>(sizeof(taken));
+    const bool came = read(mFd, &taken, sizeof(taken)) == static_cast<ssize_t>(sizeof(taken));
+    return came ? static_cast<int>(taken.ssi_signo) : 0;
 }
 
 void StopSignals::release() {

@@ -2,16 +2,18 @@
 #pragma once
 
 #include <csignal>
+#include <initializer_list>
 
 namespace devicectl {
 
 /**
- * SIGINT and SIGTERM as something to poll for. They are blocked from construction to release(), in every
- * thread that starts meanwhile too.
+ * Signals as something to poll for: SIGINT and SIGTERM unless told otherwise. They are blocked from
+ * construction to release(), in every thread that starts meanwhile too.
  */
 class StopSignals {
   public:
-    StopSignals();
+    StopSignals() : StopSignals({SIGINT, SIGTERM}) {}
+    explicit StopSignals(std::initializer_list<int> signals);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
@@ -20,7 +22,10 @@ class StopSignals {
     int fd() const { return mFd; }
 
     /** Takes one. @return whether one had come */
-    bool take();
+    bool take() { return takeNumber() != 0; }
+
+    /** Takes one. @return its number; 0 if none had come */
+    int takeNumber();
 
     /** Gives them their former effect on the calling thread back: the next one ends the process at once. */
     void release();

@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -97,31 +99,40 @@ struct Number {
     const char* help;
     const char* mustBe;  ///< of what is wrong with any other
     Parse parse;
+    const char* choices = "";  ///< words that are often meant, with blanks between them
+    LiveKind live = LiveKind::kNone;
 };
 
-constexpr Number kPort{"PORT", "Number of the port, 0 to 2", "must be a port from 0 to 2",
-                       numberWithin<0, 2>};
+constexpr Number kPort{"PORT", "Number of the port, 0 to 2", "must be a port from 0 to 2", numberWithin<0, 2>,
+                       "0 1 2"};
 constexpr Number kRolePort{"PORT", "Number of the port, 0 or 1; port 2 is a host's only",
-                           "must be port 0 or 1", numberWithin<0, 1>};
-constexpr Number kOnOff{"STATE", "on or off", "must be on or off", onOff};
-constexpr Number kId{"ID", "Number of the device as the list shows it", "must be a positive number",
-                     numberWithin<1, INT32_MAX>};
+                           "must be port 0 or 1", numberWithin<0, 1>, "0 1"};
+constexpr Number kOnOff{"STATE", "on or off", "must be on or off", onOff, "on off"};
+constexpr Number kId{"ID",
+                     "Number of the device as the list shows it",
+                     "must be a positive number",
+                     numberWithin<1, INT32_MAX>,
+                     "",
+                     LiveKind::kUsbIds};
 constexpr Number kFunction{"FUNCTION", "network, accessory, host-on or host-off",
-                           "must be network, accessory, host-on or host-off", appleFunction};
-constexpr Number kScheme{"SCHEME", "old-first or both", "must be old-first or both", scheme};
+                           "must be network, accessory, host-on or host-off", appleFunction,
+                           "network accessory host-on host-off"};
+constexpr Number kScheme{"SCHEME", "old-first or both", "must be old-first or both", scheme,
+                         "old-first both"};
 constexpr Number kModes{"MODES", "apple, android, android-check, or several with commas between them",
                         "must be apple, android, android-check, or several with commas between them",
-                        defaultModes};
-constexpr Number kTimeoutAction{"ACTION", "reset or keep", "must be reset or keep", timeoutAction};
+                        defaultModes, "apple android android-check"};
+constexpr Number kTimeoutAction{"ACTION", "reset or keep", "must be reset or keep", timeoutAction,
+                                "reset keep"};
 constexpr Number kMessage{"CODE", "Number of the message", "must be a number from 0",
                           numberWithin<0, INT32_MAX>};
-constexpr Number kChargingMode{"MODE", "c, d or s", "must be c, d or s", chargingMode};
+constexpr Number kChargingMode{"MODE", "c, d or s", "must be c, d or s", chargingMode, "c d s"};
 constexpr Number kTier{"TIER", "How many hubs may stand above a hub, 0 to 7", "must be a number from 0 to 7",
-                       numberWithin<0, 7>};
+                       numberWithin<0, 7>, "0 1 2 3 4 5 6 7"};
 constexpr Number kClass{"CLASS", "An interface's class, 0 to 255 or 0x00 to 0xff",
                         "must be a number from 0 to 255", numberWithin<0, 255>};
 constexpr Number kCertificationMode{"MODE", "normal, logo or devices", "must be normal, logo or devices",
-                                    certificationMode};
+                                    certificationMode, "normal logo devices"};
 
 /** Where a number goes. */
 enum class Target { kNumber, kSecond, kOn };
@@ -428,7 +439,13 @@ void addText(CLI::App& command, const std::shared_ptr<UsbRequest>& request, cons
         });
 }
 
-void addRow(CLI::App& parent, const Row& row, const std::string& footer,
+/** The words of a text with blanks between them. */
+std::vector<std::string> wordsOf(const char* text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
+}
+
+void addRow(CLI::App& parent, const Row& row, const std::string& footer, ChoiceTable* choices,
             const std::function<void(const UsbRequest&)>& chosen) {
     CLI::App& command = *parent.add_subcommand(row.name, row.summary);
     command.fallthrough();
@@ -442,6 +459,7 @@ void addRow(CLI::App& parent, const Row& row, const std::string& footer,
     for (const NumberArgument& argument : {row.first, row.second}) {
         if (argument.kind != nullptr) {
             last = &addNumber(command, request, argument);
+            (*choices)[last] = {wordsOf(argument.kind->choices), argument.kind->live};
         }
     }
     if (row.text.name != nullptr) {
@@ -469,7 +487,7 @@ CLI::App& addGroup(CLI::App& parent, const char* name, const char* summary, cons
 
 }  // namespace
 
-void addUsbCommands(CLI::App& app, const std::string& footer,
+void addUsbCommands(CLI::App& app, const std::string& footer, ChoiceTable* choices,
                     const std::function<void(const UsbRequest&)>& chosen) {
     CLI::App& usb = addGroup(app, "usb", "Ask and configure the USB manager", footer);
     CLI::App& config = addGroup(usb, "config", "Set parameters of the kernel's USB drivers", footer);
@@ -477,7 +495,7 @@ void addUsbCommands(CLI::App& app, const std::string& footer,
     for (const Row& row : kRows) {
         const std::string_view group = row.group != nullptr ? row.group : "";
         CLI::App& parent = group == "config" ? config : group == "test" ? test : usb;
-        addRow(parent, row, footer, chosen);
+        addRow(parent, row, footer, choices, chosen);
     }
 }
 

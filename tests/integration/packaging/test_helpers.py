@@ -93,6 +93,29 @@ class Common(unittest.TestCase):
         self.assertIn("CapabilityBoundingSet", options)
         self.assertEqual(set(), options & set(HIDING))
 
+    def test_units_are_understood(self) -> None:
+        """systemd passes over what it does not understand, a misspelt restriction too; its own checker complains."""
+        units = sorted((installed / "usr/lib/systemd/system").iterdir())
+        self.assertEqual(4, len(units))
+        for program in ("device-service", "servicemanager"):
+            place = installed / "usr/sbin" / program
+            place.parent.mkdir(exist_ok=True)
+            shutil.copy("/bin/true", place)
+            self.addCleanup(place.unlink)
+
+        def verify() -> tuple[int, str]:
+            done = subprocess.run(["systemd-analyze", "verify", "--man=no", "--recursive-errors=no",
+                                   f"--root={installed}", *(unit.name for unit in units)], text=True,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            return done.returncode, done.stdout
+
+        self.assertEqual((0, ""), verify())
+        broken = units[0].with_name("servicemanager.service")
+        text = broken.read_text(encoding="ascii")
+        self.addCleanup(broken.write_text, text, encoding="ascii")
+        broken.write_text(text.replace("NoNewPrivileges=yes", "NoNewPrivilege=yes"), encoding="ascii")
+        self.assertIn("NoNewPrivilege", verify()[1])
+
     def test_paths_are_filled_in(self) -> None:
         files = [path for path in (installed / "usr").rglob("*") if path.is_file()]
         self.assertGreaterEqual(len(files), 11)

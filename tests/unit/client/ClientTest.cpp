@@ -574,6 +574,8 @@ TEST_F(ClientTest, RefusesOptionsOutOfRange) {
     Options options;
     options.retryInterval = std::chrono::milliseconds(0);
     EXPECT_EQ(BAD_VALUE, client.start(Events(), options));
+    options.retryInterval = std::chrono::hours(25);
+    EXPECT_EQ(BAD_VALUE, client.start(Events(), options));
     EXPECT_EQ(OK, client.start(Events(), fast()));
 }
 
@@ -621,6 +623,28 @@ TEST_F(ClientTest, ACallBackMayCallEverything) {
     EXPECT_TRUE(client.waitUntilConnected(kLimit));
     EXPECT_TRUE(mTold.waitFor("volume sdb1 /mnt/sdb1"));
     EXPECT_TRUE(client.isConnected(Service::kUsbManager));
+}
+
+TEST_F(ClientTest, ThePictureIsCompleteWhenItSaysSo) {
+    mDaemon->mVolumes->mList.insert(makeVolume("sda1"));
+    mSurroundings.publish(*mDaemon);
+    Client client(mSurroundings.environment());
+    Events events;
+    events.connected = [&](Service) {
+        EXPECT_FALSE(client.isConnected(Service::kVolumeManager));
+        mTold.note("connected");
+    };
+    events.volumeAdded = [this](const auto&) { mTold.note("volume"); };
+    events.pictureComplete = [&](Service service) {
+        EXPECT_EQ(Service::kVolumeManager, service);
+        EXPECT_TRUE(client.isConnected(service));
+        EXPECT_TRUE(client.waitUntilConnected(kLimit));
+        EXPECT_EQ(1U, client.volumes().size());
+        mTold.note("complete");
+    };
+    ASSERT_EQ(OK, client.start(events, fast(static_cast<uint32_t>(Service::kVolumeManager))));
+    ASSERT_TRUE(mTold.waitFor("complete"));
+    EXPECT_THAT(mTold.texts(), ElementsAre("connected", "volume", "complete"));
 }
 
 TEST_F(ClientTest, ConnectedMeansTold) {

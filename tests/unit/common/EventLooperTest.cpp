@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <thread>
@@ -78,6 +80,29 @@ TEST_F(EventLooperTest, RunsCallbacksOnItsNamedThread) {
     }));
     EXPECT_EQ("EventLooper", name);
     EXPECT_NE(std::this_thread::get_id(), id);
+}
+
+TEST_F(EventLooperTest, RunsAheadOfOtherThreadsButNotSoItsShells) {
+    rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NICE, &limit));
+    ASSERT_TRUE(geteuid() == 0 || limit.rlim_cur >= 30)
+        << "needs root, or a limit of niceness of 30 and more";
+    const int others = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    int own = 0;
+    std::string shells;
+    mThread->start();
+    ASSERT_TRUE(runOnLooper([&] {
+        own = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+        FILE* const pipe = popen("nice", "r");
+        char line[16] = "";
+        shells = pipe != nullptr && fgets(line, sizeof(line), pipe) != nullptr ? line : "no answer";
+        if (pipe != nullptr) {
+            pclose(pipe);
+        }
+    }));
+    EXPECT_EQ(-10, own);
+    EXPECT_EQ("0\n", shells);
+    EXPECT_EQ(others, getpriority(PRIO_PROCESS, static_cast<id_t>(getpid())));
 }
 
 TEST_F(EventLooperTest, TheThreadOwnsTheLooper) {

@@ -319,6 +319,74 @@ TEST_F(HeldQueueTest, RemovingWhatIsNotPendingDoesNothing) {
     EXPECT_THAT(mOwn->messages(), ElementsAre(1));
 }
 
+TEST_F(HeldQueueTest, DeliversByDueTimeWhatCameDueMeanwhile) {
+    mQueue->sendMessage(1);
+    mQueue->sendMessageDelayed(2, 0);
+    mQueue->sendMessage(mOwn, 3);
+    mQueue->sendMessageDelayed(4, kMillisecond);
+    std::this_thread::sleep_for(milliseconds(5));
+    mQueue->sendMessage(5);
+    mQueue->sendMessageDelayed(6, kMillisecond);
+    std::this_thread::sleep_for(milliseconds(5));
+    mQueue->sendMessage(7);
+    ASSERT_TRUE(release());
+    EXPECT_THAT(mOwn->messages(), ElementsAre(1, 2, 3, 4, 5, 6, 7));
+}
+
+TEST_F(HeldQueueTest, RemovingTheFirstDoesNotHurryTheNext) {
+    mQueue->sendMessage(1);
+    mQueue->sendMessageDelayed(2, kMillisecond);
+    std::this_thread::sleep_for(milliseconds(5));
+    mQueue->sendMessage(3);
+    mQueue->removeMessage(1);
+    ASSERT_TRUE(release());
+    EXPECT_THAT(mOwn->messages(), ElementsAre(2, 3));
+}
+
+TEST_F(HeldQueueTest, DeliversALongBacklogInOrder) {
+    constexpr int kMessages = 100000;
+    std::vector<int> expected;
+    for (int what = 0; what < kMessages; ++what) {
+        mQueue->sendMessage(what % 2 == 0 ? mOwn : mOther, static_cast<uint32_t>(what));
+        if (what % 2 == 0) {
+            expected.push_back(what);
+        }
+    }
+    ASSERT_TRUE(release());
+    EXPECT_EQ(expected, mOwn->messages());
+    EXPECT_EQ(kMessages / 2, static_cast<int>(mOther->messages().size()));
+}
+
+TEST_F(HeldQueueTest, KeepsNoHandlerOnceTheThreadHasEnded) {
+    const wp<Recorder> waiting = [this] {
+        const sp<Recorder> handler = new Recorder();
+        mQueue->sendMessage(handler, 1);
+        mQueue->sendMessage(handler, 2);
+        return wp<Recorder>(handler);
+    }();
+    EXPECT_NE(nullptr, waiting.promote());
+    mQueue->requestExit();
+    mRelease.open();
+    ASSERT_TRUE(ended(mQueue));
+    mQueue->stop();
+    EXPECT_EQ(nullptr, waiting.promote());
+}
+
+TEST_F(HeldQueueTest, AHandlerPostsAndRemovesWhileOthersWait) {
+    const sp<Recorder> busy = new Recorder([this](int what) {
+        if (what == 1) {
+            mQueue->sendMessage(4);
+            mQueue->removeMessage(2);
+        }
+    });
+    mQueue->sendMessage(busy, 1);
+    mQueue->sendMessage(2);
+    mQueue->sendMessage(3);
+    mRelease.open();
+    ASSERT_TRUE(mOwn->waitForCount(2));
+    EXPECT_THAT(mOwn->messages(), ElementsAre(3, 4));
+}
+
 TEST_F(HeldQueueTest, StopGivesUpOnAHandlerThatBlocks) {
     LogCapture log;
     mQueue->stop();

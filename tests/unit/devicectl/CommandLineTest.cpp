@@ -49,6 +49,22 @@ TEST(CommandLine, Volumes) {
     usageError({"volumes", "sda1"});
 }
 
+TEST(CommandLine, StatusAndWatch) {
+    EXPECT_EQ(parsed({"status"}).command, Command::kStatus);
+    EXPECT_EQ(parsed({"status", "--json"}).format, Format::kJson);
+    EXPECT_EQ(parsed({"watch"}).command, Command::kWatch);
+    EXPECT_THAT(usageError({"watch", "--json"}), HasSubstr("no JSON"));
+    usageError({"status", "all"});
+}
+
+TEST(CommandLine, Color) {
+    EXPECT_EQ(parsed({"volumes"}).color, ColorMode::kAuto);
+    EXPECT_EQ(parsed({"--color", "always", "volumes"}).color, ColorMode::kAlways);
+    EXPECT_EQ(parsed({"volumes", "--color=never"}).color, ColorMode::kNever);
+    EXPECT_EQ(parsed({"volumes", "--color", "auto"}).color, ColorMode::kAuto);
+    EXPECT_THAT(usageError({"volumes", "--color", "red"}), HasSubstr("must be auto, always or never"));
+}
+
 TEST(CommandLine, DeviceGet) {
     const Options options = parsed({"device", "get", "block", "sda"});
     EXPECT_EQ(options.command, Command::kDeviceGet);

@@ -89,6 +89,10 @@ const std::vector<std::vector<std::string>> kCommands{
     {"monitor", "--json"},
     {"dump", "DeviceManager"},
     {"services"},
+    {"status"},
+    {"wait", "service", "all"},
+    {"wait", "volume", "MUSIC"},
+    {"wait", "usb", "05ac:12a8"},
     {"usb", "list"},
     {"usb", "power", "0", "on"},
     {"usb", "test", "mode"},
@@ -129,6 +133,47 @@ TEST(Program, UsageErrorsComeBeforeTheDriver) {
         EXPECT_EQ(outcome.output, "");
         expectOneLine(outcome.error);
     }
+}
+
+TEST(Program, WatchNeedsATerminal) {
+    const Outcome outcome = run({"watch"});
+    EXPECT_EQ(outcome.status, kUsage);
+    EXPECT_EQ(outcome.output, "");
+    expectOneLine(outcome.error);
+    EXPECT_THAT(outcome.error, HasSubstr("watch needs a terminal"));
+}
+
+TEST(Program, WatchHasNoJson) {
+    const Outcome outcome = run({"--json", "watch"});
+    EXPECT_EQ(outcome.status, kUsage);
+    expectOneLine(outcome.error);
+    EXPECT_THAT(outcome.error, HasSubstr("monitor --json"));
+}
+
+TEST(Program, CompletionWithoutDriverKnowsTheCommandsAndSaysNothingElse) {
+    for (const std::vector<std::string>& line : std::vector<std::vector<std::string>>{
+             {"complete", "words", "wait", ""}, {"complete", "bash", "devicectl wait ", " :="}}) {
+        const Outcome outcome = run(line);
+        EXPECT_EQ(outcome.status, kOk);
+        EXPECT_EQ(outcome.output, "service\nvolume\nusb\n");
+        EXPECT_EQ(outcome.error, "");
+    }
+    const Outcome live = run({"complete", "words", "wait", "volume", ""});
+    EXPECT_EQ(live.status, kOk);
+    EXPECT_EQ(live.output + live.error, "");
+    for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
+             {"complete"}, {"complete", "bash", "x"}, {"complete", "fish", "x"}}) {
+        EXPECT_EQ(run(wrong).status, kUsage);
+        EXPECT_EQ(run(wrong).output + run(wrong).error, "");
+    }
+}
+
+TEST(Program, EveryExitStatusIsExplained) {
+    const std::string help = run({"--help"}).output;
+    for (int status = kOk; status <= kTimedOut; ++status) {
+        EXPECT_THAT(help, HasSubstr("\n  " + std::to_string(status) + "  "));
+    }
+    EXPECT_EQ(help.find("\n  " + std::to_string(kTimedOut + 1) + "  "), std::string::npos);
 }
 
 TEST(Program, AnArgumentDoesNotReachTheTerminalRaw) {

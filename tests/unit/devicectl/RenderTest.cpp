@@ -107,7 +107,8 @@ class Render : public testing::Test {
 
 TEST_F(Render, ArrivalAsJson) {
     EXPECT_EQ(renderEvent(Format::kJson, eventOf(Event::Kind::kDeviceAdded, disk()), false),
-              "{\"event\":\"device-added\",\"time\":1700000003.0045,\"path\":\"/devices/usb1/block/sda\","
+              "{\"schemaVersion\":1,\"event\":\"device-added\",\"time\":1700000003.0045,\"path\":\"/devices/"
+              "usb1/block/sda\","
               "\"subsystem\":\"block\",\"params\":{\"DEVNAME\":\"sda\",\"DEVTYPE\":\"disk\"}}\n");
 }
 
@@ -123,13 +124,14 @@ TEST_F(Render, ManagerEventAsJson) {
     event.code = -7;
     event.value = 2147483647;
     EXPECT_EQ(renderEvent(Format::kJson, event, false),
-              "{\"event\":\"device-event\",\"time\":1700000003.0045,\"code\":-7,\"value\":2147483647}\n");
+              "{\"schemaVersion\":1,\"event\":\"device-event\",\"time\":1700000003.0045,\"code\":-7,"
+              "\"value\":2147483647}\n");
 }
 
 TEST_F(Render, ServiceEventsAsJson) {
-    EXPECT_EQ(
-        renderEvent(Format::kJson, eventOf(Event::Kind::kServiceUp), false),
-        "{\"event\":\"service\",\"time\":1700000003.0045,\"service\":\"DeviceManager\",\"state\":\"up\"}\n");
+    EXPECT_EQ(renderEvent(Format::kJson, eventOf(Event::Kind::kServiceUp), false),
+              "{\"schemaVersion\":1,\"event\":\"service\",\"time\":1700000003.0045,\"service\":"
+              "\"DeviceManager\",\"state\":\"up\"}\n");
     EXPECT_EQ(oneObject(renderEvent(Format::kJson, eventOf(Event::Kind::kServiceDown), false))["state"],
               "down");
 }
@@ -137,7 +139,7 @@ TEST_F(Render, ServiceEventsAsJson) {
 TEST_F(Render, DeviceWithoutPropertiesAsJson) {
     const sp<DeviceItf> bare = new Device();
     EXPECT_EQ(renderDevice(Format::kJson, bare),
-              "{\"device\":{\"path\":\"\",\"subsystem\":\"\",\"params\":{}}}\n");
+              "{\"schemaVersion\":1,\"device\":{\"path\":\"\",\"subsystem\":\"\",\"params\":{}}}\n");
 }
 
 TEST_F(Render, EventsForReaders) {
@@ -171,13 +173,13 @@ TEST_F(Render, DeviceForReaders) {
 
 TEST_F(Render, NoDevice) {
     EXPECT_EQ(renderDevice(Format::kHuman, nullptr), "");
-    EXPECT_EQ(renderDevice(Format::kJson, nullptr), "{\"device\":null}\n");
+    EXPECT_EQ(renderDevice(Format::kJson, nullptr), "{\"schemaVersion\":1,\"device\":null}\n");
 }
 
 TEST_F(Render, ListOfDevices) {
     Vector<sp<DeviceItf>> devices;
     EXPECT_EQ(renderDevices(Format::kHuman, devices), "");
-    EXPECT_EQ(renderDevices(Format::kJson, devices), "{\"devices\":[]}\n");
+    EXPECT_EQ(renderDevices(Format::kJson, devices), "{\"schemaVersion\":1,\"devices\":[]}\n");
     devices.add(disk());
     devices.add(hostile());
     EXPECT_EQ(oneObject(renderDevices(Format::kJson, devices))["devices"].size(), 2U);
@@ -188,10 +190,10 @@ TEST_F(Render, ListOfDevices) {
 TEST_F(Render, Controller) {
     EXPECT_EQ(renderController(Format::kHuman, 1, 2, "/devices/c"), "/devices/c\n");
     EXPECT_EQ(renderController(Format::kJson, 1, 2, "/devices/c"),
-              "{\"controller\":{\"type\":1,\"id\":2,\"path\":\"/devices/c\"}}\n");
+              "{\"schemaVersion\":1,\"controller\":{\"type\":1,\"id\":2,\"path\":\"/devices/c\"}}\n");
     EXPECT_EQ(renderController(Format::kHuman, 9, -1, ""), "");
     EXPECT_EQ(renderController(Format::kJson, 9, -1, ""),
-              "{\"controller\":{\"type\":9,\"id\":-1,\"path\":null}}\n");
+              "{\"schemaVersion\":1,\"controller\":{\"type\":9,\"id\":-1,\"path\":null}}\n");
 }
 
 TEST_F(Render, VolumesAsATable) {
@@ -220,10 +222,10 @@ TEST_F(Render, ColumnsCountCharactersNotBytes) {
 
 TEST_F(Render, VolumesAsJson) {
     Vector<sp<VolumeItf>> volumes;
-    EXPECT_EQ(renderVolumes(Format::kJson, volumes), "{\"volumes\":[]}\n");
+    EXPECT_EQ(renderVolumes(Format::kJson, volumes), "{\"schemaVersion\":1,\"volumes\":[]}\n");
     volumes.add(stick());
     EXPECT_EQ(renderVolumes(Format::kJson, volumes),
-              "{\"volumes\":[{\"name\":\"sda1\",\"label\":\"MUSIC\",\"format\":\"vfat\","
+              "{\"schemaVersion\":1,\"volumes\":[{\"name\":\"sda1\",\"label\":\"MUSIC\",\"format\":\"vfat\","
               "\"identity\":\"0badcafe-01-55AA-0F0F\",\"mount_path\":\"/mnt/sda1\","
               "\"access_path\":\"/media/sda1\",\"device\":\"/dev/sda1\",\"disk\":\"/dev/sda\"}]}\n");
     volumes.add(unreadable());
@@ -233,7 +235,8 @@ TEST_F(Render, VolumesAsJson) {
 
 TEST_F(Render, VolumeEventsAsJson) {
     EXPECT_EQ(renderEvent(Format::kJson, volumeEvent(Event::Kind::kVolumeAdded, stick()), false),
-              "{\"event\":\"volume-added\",\"time\":1700000003.0045,\"name\":\"sda1\",\"label\":\"MUSIC\","
+              "{\"schemaVersion\":1,\"event\":\"volume-added\",\"time\":1700000003.0045,\"name\":\"sda1\","
+              "\"label\":\"MUSIC\","
               "\"format\":\"vfat\",\"identity\":\"0badcafe-01-55AA-0F0F\",\"mount_path\":\"/mnt/sda1\","
               "\"access_path\":\"/media/sda1\",\"device\":\"/dev/sda1\",\"disk\":\"/dev/sda\"}\n");
     EXPECT_EQ(oneObject(renderEvent(Format::kJson, volumeEvent(Event::Kind::kVolumeRemoved, stick()),
@@ -243,7 +246,8 @@ TEST_F(Render, VolumeEventsAsJson) {
     event.code = 3;
     event.value = -4;
     EXPECT_EQ(renderEvent(Format::kJson, event, false),
-              "{\"event\":\"volume-event\",\"time\":1700000003.0045,\"code\":3,\"value\":-4}\n");
+              "{\"schemaVersion\":1,\"event\":\"volume-event\",\"time\":1700000003.0045,\"code\":3,\"value\":"
+              "-4}\n");
 }
 
 TEST_F(Render, VolumeEventsForReaders) {
@@ -291,17 +295,18 @@ TEST_F(Render, Actions) {
     const std::vector<ManagerAction> actions{{"device", "DeviceManager", 0}, {"other", "OtherManager", -1}};
     EXPECT_EQ(renderActions(Format::kHuman, "start", actions), "device: started\n");
     EXPECT_EQ(renderActions(Format::kHuman, "stop", actions), "device: stopped\n");
-    EXPECT_EQ(
-        renderActions(Format::kJson, "stop", actions),
-        "{\"action\":\"stop\",\"managers\":[{\"name\":\"device\",\"service\":\"DeviceManager\",\"result\":0},"
-        "{\"name\":\"other\",\"service\":\"OtherManager\",\"result\":-1}]}\n");
+    EXPECT_EQ(renderActions(Format::kJson, "stop", actions),
+              "{\"schemaVersion\":1,\"action\":\"stop\",\"managers\":[{\"name\":\"device\",\"service\":"
+              "\"DeviceManager\",\"result\":0},"
+              "{\"name\":\"other\",\"service\":\"OtherManager\",\"result\":-1}]}\n");
 }
 
 TEST_F(Render, Dump) {
     EXPECT_EQ(renderDump(Format::kHuman, "S", {}, "-[x]-\n\tline\n\x1b[0m\xff"),
               "-[x]-\n\tline\n\\x1b[0m\\xff");
-    EXPECT_EQ(renderDump(Format::kJson, "S", {"a", "b"}, "1\n\xff"),
-              "{\"service\":\"S\",\"arguments\":[\"a\",\"b\"],\"text\":\"1\\n\\ufffd\"}\n");
+    EXPECT_EQ(
+        renderDump(Format::kJson, "S", {"a", "b"}, "1\n\xff"),
+        "{\"schemaVersion\":1,\"service\":\"S\",\"arguments\":[\"a\",\"b\"],\"text\":\"1\\n\\ufffd\"}\n");
     EXPECT_EQ(renderDump(Format::kHuman, "S", {}, ""), "");
 }
 
@@ -316,7 +321,7 @@ TEST_F(Render, Services) {
     EXPECT_EQ(list[1]["state"], "dead");
     EXPECT_EQ(list[2], (Json{{"name", "\x1b"}, {"state", "silent"}}));
     EXPECT_EQ(renderServices(Format::kHuman, {}), "");
-    EXPECT_EQ(renderServices(Format::kJson, {}), "{\"services\":[]}\n");
+    EXPECT_EQ(renderServices(Format::kJson, {}), "{\"schemaVersion\":1,\"services\":[]}\n");
 }
 
 TEST_F(Render, HostileTextsStayInTheirFields) {

@@ -372,10 +372,11 @@ TEST_F(UsbRender, ListAsATable) {
 }
 
 TEST_F(UsbRender, ListAsJson) {
-    EXPECT_EQ(renderUsbDevices(Format::kJson, {}, UsbNames()), "{\"usb_devices\":[]}\n");
+    EXPECT_EQ(renderUsbDevices(Format::kJson, {}, UsbNames()), "{\"schemaVersion\":1,\"usb_devices\":[]}\n");
     EXPECT_EQ(
         renderUsbDevices(Format::kJson, {keyboard()}, namesOf(kList)),
-        "{\"usb_devices\":[{\"id\":3,\"bus\":1,\"class\":0,\"subclass\":0,\"protocol\":0,\"vendor\":1133,"
+        "{\"schemaVersion\":1,\"usb_devices\":[{\"id\":3,\"bus\":1,\"class\":0,\"subclass\":0,\"protocol\":0,"
+        "\"vendor\":1133,"
         "\"product\":49948,\"max_power\":45,\"milliamperes\":90,\"interfaces\":[{\"class\":3,\"subclass\":0,"
         "\"protocol\":0},{\"class\":3,\"subclass\":1,\"protocol\":1}],\"class_name\":\"(Defined at Interface "
         "level)\",\"vendor_name\":\"Logitech, Inc.\",\"product_name\":\"Keyboard K120\"}]}\n");
@@ -404,10 +405,12 @@ TEST_F(UsbRender, Events) {
     EXPECT_EQ(
         Json::parse(renderEvent(Format::kJson, eventOf(Event::Kind::kUsbDetached, hub()), false))["event"],
         "usb-detached");
-    EXPECT_EQ(renderEvent(Format::kJson, eventOf(Event::Kind::kUsbEvent), false),
-              "{\"event\":\"usb-event\",\"time\":1700000003.0045,\"code\":9,\"value\":-3}\n");
+    EXPECT_EQ(
+        renderEvent(Format::kJson, eventOf(Event::Kind::kUsbEvent), false),
+        "{\"schemaVersion\":1,\"event\":\"usb-event\",\"time\":1700000003.0045,\"code\":9,\"value\":-3}\n");
     EXPECT_EQ(renderEvent(Format::kJson, eventOf(Event::Kind::kUsbHostEvent), false),
-              "{\"event\":\"usb-host-event\",\"time\":1700000003.0045,\"code\":9,\"value\":-3}\n");
+              "{\"schemaVersion\":1,\"event\":\"usb-host-event\",\"time\":1700000003.0045,\"code\":9,"
+              "\"value\":-3}\n");
 }
 
 TEST_F(UsbRender, Answers) {
@@ -418,11 +421,11 @@ TEST_F(UsbRender, Answers) {
         return renderUsbAnswer(Format::kJson, requested(words), answer);
     };
     EXPECT_EQ(human({"power", "1", "on"}, 0), "");
-    EXPECT_EQ(json({"power", "1", "on"}, 0), "{\"operation\":\"power\",\"result\":0}\n");
+    EXPECT_EQ(json({"power", "1", "on"}, 0), "{\"schemaVersion\":1,\"operation\":\"power\",\"result\":0}\n");
     EXPECT_EQ(human({"carplay", "4"}, 1), "yes\n");
     EXPECT_EQ(human({"carplay", "4"}, 0), "no\n");
-    EXPECT_EQ(json({"aoa", "4"}, 1), "{\"operation\":\"aoa\",\"answer\":true}\n");
-    EXPECT_EQ(json({"role", "0"}, 0), "{\"operation\":\"role\",\"answer\":false}\n");
+    EXPECT_EQ(json({"aoa", "4"}, 1), "{\"schemaVersion\":1,\"operation\":\"aoa\",\"answer\":true}\n");
+    EXPECT_EQ(json({"role", "0"}, 0), "{\"schemaVersion\":1,\"operation\":\"role\",\"answer\":false}\n");
     EXPECT_EQ(human({"test", "charging", "1"}, 0), "c\n");
     EXPECT_EQ(human({"test", "charging", "1"}, 2), "s\n");
     EXPECT_EQ(human({"test", "charging", "1"}, 3), "unknown\n");
@@ -430,7 +433,8 @@ TEST_F(UsbRender, Answers) {
     EXPECT_EQ(human({"test", "charging", "1", "d"}, 0), "");
     EXPECT_EQ(human({"test", "mode"}, 79), "normal\n");
     EXPECT_EQ(human({"test", "mode"}, 77), "logo\n");
-    EXPECT_EQ(json({"test", "mode"}, 84), "{\"operation\":\"mode\",\"mode\":\"devices\"}\n");
+    EXPECT_EQ(json({"test", "mode"}, 84),
+              "{\"schemaVersion\":1,\"operation\":\"mode\",\"mode\":\"devices\"}\n");
 }
 
 TEST_F(UsbRender, Refusals) {

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/devicectl/Screen.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "tools/devicectl/StandardStreams.h"
+
+namespace devicectl {
+
+namespace {
+
+// Another screen, no cursor, no wrapping of long lines; and all of it back, colors included.
+constexpr std::string_view kTake = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[2J";
+constexpr std::string_view kGiveBack = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
+constexpr std::array kFaults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+
+/** What the handler of a fault gives back; changed while no handler is set. */
+int sInput = -1;
+int sOutput = -1;
+termios sFormer = {};
+
+void giveBackAndFail(int signal) {
+    // The action is the default again (SA_RESETHAND): the process ends by the signal it was ending by.
+    tcsetattr(sInput, TCSANOW, &sFormer);
+    if (write(sOutput, kGiveBack.data(), kGiveBack.size()) < 0) {
+        // There is no terminal left.
+    }
+    raise(signal);
+}
+
+void setFaultHandlers(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    for (const int signal : kFaults) {
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+}  // namespace
+
+Screen::Screen(int inputFd, int outputFd) : mInput(inputFd), mOutput(outputFd) {}
+
+Screen::~Screen() {
+    leave();
+}
+
+int Screen::enter() {
+    if (tcgetattr(mInput, &mFormer) != 0) {
+        return errno;
+    }
+    sInput = mInput;
+    sOutput = mOutput;
+    sFormer = mFormer;
+    setFaultHandlers(giveBackAndFail);
+    mIsTaken = true;
+
+    termios raw = mFormer;
+    // Keys come at once, unseen, Ctrl-C, Ctrl-Z and Ctrl-S among them; output stays as it is.
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG | IEXTEN);
+    raw.c_iflag &= ~static_cast<tcflag_t>(IXON | ICRNL);
+    raw.c_cc[VMIN] = 0;
+    raw.c_cc[VTIME] = 0;
+    if (tcsetattr(mInput, TCSAFLUSH, &raw) != 0) {
+        return errno;
+    }
+    return writeAll(mOutput, kTake);
+}
+
+void Screen::leave() {
+    if (!mIsTaken) {
+        return;
+    }
+    writeAll(mOutput, kGiveBack);
+    tcsetattr(mInput, TCSAFLUSH, &mFormer);
+    setFaultHandlers(SIG_DFL);
+    mIsTaken = false;
+}
+
+Screen::Size Screen::size() const {
+    winsize window{};
+    if (ioctl(mOutput, TIOCGWINSZ, &window) != 0 || window.ws_row == 0 || window.ws_col == 0) {
+        return {24, 80};
+    }
+    return {window.ws_row, window.ws_col};
+}
+
+int Screen::show(const std::vector<std::string>& lines) {
+    std::string frame = "\x1b[H";
+    for (size_t i = 0; i < lines.size(); ++i) {
+        frame += lines[i] + "\x1b[K" + (i + 1 < lines.size() ? "\r\n" : "");
+    }
+    return writeAll(mOutput, frame + "\x1b[J");
+}
+
+}  // namespace devicectl

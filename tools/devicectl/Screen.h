@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <termios.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace devicectl {
+
+/**
+ * A terminal as a whole: another screen than the one with the shell's lines, keys one by one, no cursor.
+ *
+ * The terminal gets its former state back at leave(), at destruction, and when the process ends by a fault or
+ * an abort. One at a time in the process; one thread.
+ */
+class Screen {
+  public:
+    struct Size {
+        size_t rows;
+        size_t columns;
+    };
+
+    /** Takes nothing yet. @param inputFd and @param outputFd are those of one terminal. */
+    Screen(int inputFd, int outputFd);
+    ~Screen();
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    /** Takes the terminal. @return 0 or the error's number */
+    int enter();
+
+    /** Gives it back. Harmless if it was not taken. */
+    void leave();
+
+    /** As it is now; 24 by 80 if the terminal does not know. */
+    Size size() const;
+
+    /** Shows @p lines from the top and nothing below. @return 0 or the error's number */
+    int show(const std::vector<std::string>& lines);
+
+  private:
+    const int mInput;
+    const int mOutput;
+    termios mFormer = {};
+    bool mIsTaken = false;
+};
+
+}  // namespace devicectl
