@@ -9,7 +9,8 @@ unless it complains by its name or the next command is `echo $?`. What only look
 A block that begins with a language and a file's name, ```cpp main.cpp, is that file of the folder.
 
 What a reader does with his hands stands in comments that he does not see, <!-- test: VERB ... -->: boot (the machine,
-after what comes before it on this one), boot unit (one that systemd brings up), folder (enter the test's own),
+after what comes before it on this one), boot unit (one that systemd brings up, with the folder "image" laid over its
+root), folder (enter the test's own),
 plug KIND [NAME=VALUE ...], unplug NAME, start PROGRAM, kill PROGRAM [SIGNAL], run COMMAND, wait CONDITION.
 """
 
@@ -40,6 +41,7 @@ FENCE = re.compile(r"^ *```(\S*) *(\S*)$")
 DIRECTIVE = re.compile(r"^<!-- test: (.*) -->$")
 COMMAND_LIMIT = 300.0  # seconds; a tutorial may build
 BOOT_LIMIT = 400.0     # systemd brings up a whole system
+LOOK_LIMIT = 180.0     # and what is looked at may be a restart of the daemon with all that belongs to it
 # Commands that change nothing: what they show may need a moment to come true.
 LOOKS = re.compile(r"^(devicectl (--json )?(services|volumes|usb list|dump)|systemctl (is-active|status|show)|journalctl|"
                    r"ls|cat|grep|ps|readlink|sort)\b(?!.*[;>])")
@@ -189,16 +191,14 @@ class DocumentTestCase(GuestTestCase):
             self._named = {}
 
     def boot_now(self, unit: bool) -> None:
-        """Boots a machine for this test alone. One that systemd brings up has nothing of ours yet."""
+        """Boots a machine for this test alone."""
         cls = type(self)
         cls.session = Session()
         self.addCleanup(self.give_up)
         options: dict[str, Any] = {}
         if unit:
-            empty = self.folder / "empty"
-            empty.mkdir()
             # As in the tests of the units themselves, which say why.
-            options = {"systemd": empty, "processors": 1, "leave_out": ["binder_linux", "sd_mod", "mmc_block"]}
+            options = {"systemd": self.folder / "image", "processors": 1, "leave_out": ["binder_linux", "sd_mod", "mmc_block"]}
         cls.machine = Machine(cls.session, **options)
         cls.machine.boot(BOOT_LIMIT)
         self.services = Services(self.guest, harness.build_dir)
@@ -249,7 +249,7 @@ class DocumentTestCase(GuestTestCase):
 
     def type_in(self, command: Command, may_fail: bool) -> None:
         expected = pattern_of(command.expected)
-        deadline = time.monotonic() + LIMIT
+        deadline = time.monotonic() + LOOK_LIMIT
         while True:
             text, status = self.shell(command.where).run(command.text)
             fits = expected.fullmatch(text) is not None and (status == 0 or may_fail)
