@@ -6,6 +6,7 @@
 /** The driver's node: what the environment variable BINDER_DEVICE says, of programs without privileges of
  * their own. */
 inline const char* binderDriverNode() {
-    const char* const path = secure_getenv("BINDER_DEVICE");
+    static constexpr char kNodeVariable[] = "BINDER_DEVICE";
+    const char* const path = secure_getenv(kNodeVariable);
     return path != nullptr && *path != '\0' ? path : "/dev/binder";
 }
