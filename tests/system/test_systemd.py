@@ -171,6 +171,8 @@ class Boot(RefusalsShow, SystemdTestCase):
             self.assertRegex(status, r"(?m)^NoNewPrivs:\s*1$")
             self.assertRegex(status, r"(?m)^Seccomp:\s*2$")
             self.assertNotRegex(status, r"(?m)^CapBnd:\s*0*1ffffffffff$")
+        # The niceness, the 17th word behind the name, of the thread that reads uevents.
+        self.assertEqual("-10", self.sh(f"sed -n 's/.*(EventLooper) //p' /proc/{self.main_pid()}/task/*/stat").split()[16])
         self.assertRegex(self.sh("cat /proc/modules"), r"(?m)^mmc_block ")
 
     def test_killed_daemon(self) -> None:
