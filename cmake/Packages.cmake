@@ -32,8 +32,8 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The daemon runs programs through the shell: ifconfig, insmod, blockdev, find; libusb hears of devices through udev.
-set(PACKAGE_DEPENDS_daemon "findutils, kmod, net-tools, passwd, udev, util-linux")
+# The daemon runs programs through the shell: ifconfig, insmod, blockdev, find; its units mount's umount; libusb hears of devices through udev.
+set(PACKAGE_DEPENDS_daemon "findutils, kmod, mount, net-tools, passwd, udev, util-linux")
 set(PACKAGE_DEPENDS_development "android-liblog-dev, android-libcutils-dev, android-libutils-dev")
 
 set(PACKAGE_SECTION_daemon admin)

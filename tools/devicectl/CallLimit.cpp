@@ -43,6 +43,9 @@ CallLimit::CallLimit(unsigned seconds, ExitCode code, std::string_view text) : m
     const std::string line = text.empty() ? "" : "devicectl: " + escapeLine(text) + "\n";
     sLength = std::min(line.size(), sLine.size());
     std::copy_n(line.begin(), sLength, sLine.begin());
+    if (sLength > 0) {
+        sLine[sLength - 1] = '\n';
+    }
     sCode = code;
 
     struct sigaction action = {};

@@ -52,7 +52,8 @@ Screen::~Screen() {
 }
 
 int Screen::enter() {
-    if (tcgetattr(mInput, &mFormer) != 0) {
+    // tcdrain() stops in the background, where the state would be that of the shell's own line editor.
+    if (tcdrain(mInput) != 0 || tcgetattr(mInput, &mFormer) != 0) {
         return errno;
     }
     sInput = mInput;

@@ -85,10 +85,13 @@ class Watcher {
             return;
         }
         mNews->clear();
+        bool areKeysStale = false;
         for (int signal = mSignals.takeNumber(); signal != 0; signal = mSignals.takeNumber()) {
             takeSignal(signal);
+            areKeysStale = true;
         }
-        if (sources[0].revents != 0) {
+        // A pause throws keys away; the next poll() tells what is still there.
+        if (sources[0].revents != 0 && !areKeysStale) {
             takeKeys();
         }
     }
@@ -132,7 +135,14 @@ class Watcher {
     /** Gives the terminal to the shell until that wakes this program. */
     void pause() {
         mScreen.leave();
-        raise(SIGSTOP);
+        // As the terminal does it: the whole job, and not where nobody could wake it. The signal is blocked
+        // in all threads and stays pending until this one lets it in.
+        sigset_t stop;
+        sigemptyset(&stop);
+        sigaddset(&stop, SIGTSTP);
+        kill(0, SIGTSTP);
+        pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
+        pthread_sigmask(SIG_BLOCK, &stop, nullptr);
         mIsOver = mIsOver || mScreen.enter() != 0;
     }
 
