@@ -26,7 +26,8 @@ status_t Client::start(Events events, const Options& options) {
 bool Client::waitUntilConnected(std::chrono::milliseconds limit) {
     // Longer than anything runs, and short enough to count in nanoseconds.
     constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24 * 365 * 100);
-    return mSession->waitUntilConnected(std::chrono::nanoseconds(std::min(limit, kLongest)).count());
+    const auto clamped = std::clamp(limit, std::chrono::milliseconds(0), kLongest);
+    return mSession->waitUntilConnected(std::chrono::nanoseconds(clamped).count());
 }
 
 bool Client::isConnected(Service service) const {

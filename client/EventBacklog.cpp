@@ -2,6 +2,7 @@
 #include "client/EventBacklog.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace client {
@@ -19,17 +20,16 @@ void EventBacklog::push(const Event& event) {
 }
 
 void EventBacklog::pushLoss(Service service) {
-    bool wasTold = true;
-    const auto isOfConnection = [service, &wasTold](const Event& event) {
-        const bool connected = event.kind == Event::Kind::kConnected;
-        if (event.service != service || !(connected || event.kind == Event::Kind::kPictureComplete)) {
-            return false;
-        }
-        wasTold = wasTold && !connected;
-        return true;
+    const auto isOfPicture = [service](const Event& event) {
+        return event.service == service && event.kind == Event::Kind::kPictureComplete;
     };
-    mEvents.erase(std::remove_if(mEvents.begin(), mEvents.end(), isOfConnection), mEvents.end());
-    if (wasTold) {
+    mEvents.erase(std::remove_if(mEvents.begin(), mEvents.end(), isOfPicture), mEvents.end());
+    // What was heard of a connection stays between its beginning and its end.
+    const auto last = std::find_if(mEvents.rbegin(), mEvents.rend(),
+                                   [service](const Event& event) { return event.service == service; });
+    if (last != mEvents.rend() && last->kind == Event::Kind::kConnected) {
+        mEvents.erase(std::prev(last.base()));
+    } else {
         mEvents.push_back(Event::of(Event::Kind::kDisconnected, service));
     }
 }

@@ -21,7 +21,10 @@ class EventBacklog {
     /** Adds @p event. One that undoes another that is still here takes that one away instead. */
     void push(const Event& event);
 
-    /** @p service was lost. Undoes a connection that was not told yet; else the loss is to be told. */
+    /**
+     * @p service was lost: its picture is not complete any more. A connection that was not told yet and that
+     * nothing of the service follows is undone; else the loss is to be told, after all that waits.
+     */
     void pushLoss(Service service);
 
     bool isEmpty() const { return mEvents.empty(); }

@@ -65,9 +65,11 @@ std::vector<sp<device::DeviceItf>> Lists::devices(device::IDeviceManager& manage
     std::vector<sp<device::DeviceItf>> found;
     std::set<std::string> seen;
     for (const std::string& path : deepest(paths)) {
-        // The service answers for what is strictly above.
-        for (const sp<device::DeviceItf>& device : manager.getDevices(String8((path + "/").c_str()))) {
-            if (seen.insert(device->getPath().string()).second) {
+        // The service answers for what is strictly above, and compares text: "1-1" is above "1-10/" to it.
+        const std::string asked = path + "/";
+        for (const sp<device::DeviceItf>& device : manager.getDevices(String8(asked.c_str()))) {
+            const std::string above = std::string(device->getPath().string()) + "/";
+            if (asked.compare(0, above.size(), above) == 0 && seen.insert(above).second) {
                 found.push_back(device);
             }
         }

@@ -17,8 +17,8 @@ namespace client {
  * and waits for its answers; any thread.
  *
  * The list may change meanwhile: volumes() and usbDevices() read until two readings agree, ten times at most.
- * When the daemon dies meanwhile the result is what was read until then: ask isBinderAlive() of the service's
- * binder. A Client has all of this already, in Client::devices() and its siblings.
+ * When the daemon dies meanwhile the result is a part of the list, or empty: ask isBinderAlive() of the
+ * service's binder. A Client has all of this already, in Client::devices() and its siblings.
  */
 class Lists {
   public:

@@ -46,6 +46,9 @@ class Picture {
         mKept.clear();
     }
 
+    /** Whether notices are kept. */
+    bool isReading() const { return mReading; }
+
     /** @p record came or went. @return what is to be told */
     Changes notice(bool added, const Record& record) {
         Changes changes;

@@ -179,6 +179,9 @@ int32_t Session::hear(const wp<Session>& session, uint64_t connection, bool adde
         for (const auto& change : view.picture.notice(added, record)) {
             hearing->mBacklog.push(Event::change(change.added, change.record));
         }
+        // A USB manager that is shut down forgets its devices without a word; the next start finds them anew,
+        // under other identifiers. Also while a list is read, which may be older than that.
+        view.isDoubtful |= added && Access::kService == Service::kUsbManager;
         hearing->mChanged.broadcast();
     }
     return 0;
@@ -199,7 +202,7 @@ int32_t Session::hearNumber(const wp<Session>& session, uint64_t connection, Eve
     if (view.connection != connection) {
         return 0;
     }
-    if (view.phase == Phase::kReading) {
+    if (view.picture.isReading()) {
         view.early.push_back(event);
     } else {
         hearing->mBacklog.push(event);
@@ -242,6 +245,7 @@ void Session::loseLocked() {
     view.connection = 0;
     view.manager.clear();
     view.isComplete = false;
+    view.isDoubtful = false;
 }
 
 void Session::run() {
@@ -256,6 +260,7 @@ void Session::run() {
         connectIfDue<DeviceAccess>();
         connectIfDue<VolumeAccess>();
         connectIfDue<UsbAccess>();
+        readAgainIfDoubtful<UsbAccess>();
         tellOrWait();
     }
     // What the call-backs hold goes here and not on a thread that the application does not know.
@@ -271,6 +276,10 @@ void Session::connectIfDue() {
         Mutex::Autolock lock(mLock);
         View<Access>& view = viewLocked<Access>();
         if (!view.isWanted || view.phase != Phase::kAbsent || view.lookAt > now() || mIsStopping) {
+            return;
+        }
+        // A daemon that keeps dying adds no more than the application hears.
+        if (mBacklog.size() >= EventBacklog::kLimit) {
             return;
         }
         view.lookAt = now() + mRetryInterval;
@@ -323,11 +332,57 @@ void Session::becomeLiveLocked(const std::vector<sp<typename Access::Record>>& l
     View<Access>& view = viewLocked<Access>();
     view.phase = Phase::kLive;
     mBacklog.push(Event::of(Event::Kind::kConnected, Access::kService));
-    for (const auto& change : view.picture.endReading(listed)) {
+    pushReadingLocked<Access>(listed);
+    mBacklog.push(Event::of(Event::Kind::kPictureComplete, Access::kService));
+    pushEarlyLocked<Access>();
+}
+
+/**
+ * Compares what is known with what a live service lists. What arrives meanwhile is kept by the picture, and
+ * has the list read once more: by the end of the last reading nothing has come since its beginning.
+ */
+template <typename Access>
+void Session::readAgainIfDoubtful() {
+    const Link<Access>& link = std::get<Link<Access>>(mLinks);
+    uint64_t connection = 0;
+    std::vector<sp<typename Access::Record>> known;
+    {
+        Mutex::Autolock lock(mLock);
+        View<Access>& view = viewLocked<Access>();
+        if (view.phase != Phase::kLive || mIsStopping || !std::exchange(view.isDoubtful, false)) {
+            return;
+        }
+        connection = view.connection;
+        view.picture.beginReading();
+        known = view.picture.known();
+    }
+    const auto listed = Access::read(link.manager, mEnvironment, known);
+    const bool isDead = link.service->pingBinder() == DEAD_OBJECT;
+
+    Mutex::Autolock lock(mLock);
+    View<Access>& view = viewLocked<Access>();
+    if (view.connection != connection) {
+        return;
+    }
+    if (isDead) {
+        // Its death is about to be told, and the next daemon's list is compared with what is known.
+        view.picture.giveUpReading();
+    } else {
+        pushReadingLocked<Access>(listed);
+    }
+    pushEarlyLocked<Access>();
+}
+
+template <typename Access>
+void Session::pushReadingLocked(const std::vector<sp<typename Access::Record>>& listed) {
+    for (const auto& change : viewLocked<Access>().picture.endReading(listed)) {
         mBacklog.push(Event::change(change.added, change.record));
     }
-    mBacklog.push(Event::of(Event::Kind::kPictureComplete, Access::kService));
-    for (const Event& event : std::exchange(view.early, {})) {
+}
+
+template <typename Access>
+void Session::pushEarlyLocked() {
+    for (const Event& event : std::exchange(viewLocked<Access>().early, {})) {
         mBacklog.push(event);
     }
 }
@@ -352,7 +407,7 @@ void Session::disconnect() {
     }
 }
 
-/** Tells the oldest event; without one, waits for one, or until a service is to be looked for. */
+/** Tells the oldest event; without one, waits for one, or until a service is to be looked for or read. */
 void Session::tellOrWait() {
     Event event = Event::of(Event::Kind::kPictureComplete, Service::kDeviceManager);
     {
@@ -361,6 +416,9 @@ void Session::tellOrWait() {
             return;
         }
         if (mBacklog.isEmpty()) {
+            if (viewLocked<UsbAccess>().isDoubtful) {
+                return;
+            }
             const nsecs_t lookAt = timeToLookLocked<DeviceAccess>(
                 timeToLookLocked<VolumeAccess>(timeToLookLocked<UsbAccess>(kNever)));
             if (lookAt == kNever) {

@@ -107,6 +107,12 @@ class Session : public android::RefBase {
     template <typename Access>
     void becomeLiveLocked(const std::vector<android::sp<typename Access::Record>>& listed) REQUIRES(mLock);
     template <typename Access>
+    void readAgainIfDoubtful();
+    template <typename Access>
+    void pushReadingLocked(const std::vector<android::sp<typename Access::Record>>& listed) REQUIRES(mLock);
+    template <typename Access>
+    void pushEarlyLocked() REQUIRES(mLock);
+    template <typename Access>
     void loseLocked() REQUIRES(mLock);
     template <typename Access>
     void disconnect();

@@ -37,11 +37,13 @@ struct View {
     android::sp<typename Access::Manager> manager;
     /** Whether all that was listed when it was connected has been told. */
     bool isComplete = false;
+    /** Whether the manager may have begun anew without a word, and its list is to be read again. */
+    bool isDoubtful = false;
     /** When to look for it again, on the monotonic clock. */
     nsecs_t lookAt = 0;
     /** What is known, told or waiting to be told. */
     Picture<Access> picture;
-    /** Numbered events that came before the connection is told. */
+    /** Numbered events that came while the list was read. */
     std::vector<Event> early;
     /** What has been told, in the order of telling. */
     std::vector<Record> told;

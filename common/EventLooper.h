@@ -13,7 +13,8 @@
  * The thread "EventLooper": polls the given looper, and so runs the call-backs of its descriptors, from
  * start() to stop(). It may be started and stopped any number of times.
  *
- * Where the process may (CAP_SYS_NICE), the thread runs at niceness -10; what it starts, at 0.
+ * Where the process may (CAP_SYS_NICE, or RLIMIT_NICE of 30 and more), the thread runs at niceness -10; what
+ * it starts, at 0.
  */
 class EventLooper : virtual public android::Thread {
   public:

@@ -8,6 +8,7 @@
 
 #include <signal.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -46,12 +47,35 @@ class Program {
             int signal = 0;
             sigwait(&mEnding, &signal);
         } else {
-            const timespec limit = {mSeconds, 0};
-            sigtimedwait(&mEnding, nullptr, &limit);
+            timespec end = now();
+            end.tv_sec += mSeconds;
+            timespec left = {mSeconds, 0};
+            // A program that was stopped and goes on (Ctrl-Z, fg) has not come to its end.
+            while (sigtimedwait(&mEnding, nullptr, &left) < 0 && errno == EINTR) {
+                left = timeUntil(end);
+            }
         }
     }
 
   private:
+    static timespec now() {
+        timespec time = {};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return time;
+    }
+
+    /** Nothing when it has passed. */
+    static timespec timeUntil(const timespec& end) {
+        constexpr long kSecond = 1000000000;  // in nanoseconds
+        const timespec begin = now();
+        timespec left = {end.tv_sec - begin.tv_sec, end.tv_nsec - begin.tv_nsec};
+        if (left.tv_nsec < 0) {
+            --left.tv_sec;
+            left.tv_nsec += kSecond;
+        }
+        return left.tv_sec < 0 ? timespec{} : left;
+    }
+
     long mSeconds = 0;  ///< 0: no limit
     sigset_t mEnding;
 };

@@ -99,17 +99,41 @@ TEST(BacklogTest, TheOldestNumberedEventGivesWay) {
 
 TEST(BacklogTest, AConnectionThatWasLostUntoldIsNotTold) {
     EventBacklog backlog;
-    const auto device = makeDevice("/devices/a");
-    backlog.push(Event::of(Kind::kConnected, Service::kUsbManager));
     backlog.push(Event::of(Kind::kConnected, Service::kDeviceManager));
-    backlog.push(Event::change(true, device));
+    backlog.push(Event::of(Kind::kConnected, Service::kUsbManager));
     backlog.push(Event::of(Kind::kPictureComplete, Service::kDeviceManager));
+    backlog.push(Event::of(Kind::kPictureComplete, Service::kUsbManager));
     backlog.pushLoss(Service::kDeviceManager);
 
     const std::vector<Event> events = drain(backlog);
     ASSERT_EQ(2U, events.size());
-    EXPECT_EQ(Service::kUsbManager, events[0].service);
-    EXPECT_EQ(device, events[1].device);
+    for (const Event& event : events) {
+        EXPECT_EQ(Service::kUsbManager, event.service);
+    }
+}
+
+TEST(BacklogTest, WhatWasHeardOfAConnectionStaysBetweenItsBeginningAndItsEnd) {
+    const auto device = makeDevice("/devices/a");
+    Event event = Event::of(Kind::kNumbered, Service::kDeviceManager);
+    event.number = 7;
+    for (const Event& heard : {Event::change(true, device), Event::change(false, device), event}) {
+        EventBacklog backlog;
+        backlog.push(Event::of(Kind::kConnected, Service::kDeviceManager));
+        backlog.push(Event::of(Kind::kPictureComplete, Service::kDeviceManager));
+        backlog.push(heard);
+        // Of another service, which changes nothing.
+        backlog.push(Event::of(Kind::kConnected, Service::kUsbManager));
+        backlog.pushLoss(Service::kDeviceManager);
+
+        const std::vector<Event> events = drain(backlog);
+        ASSERT_EQ(4U, events.size());
+        EXPECT_EQ(Kind::kConnected, events[0].kind);
+        EXPECT_EQ(heard.kind, events[1].kind);
+        EXPECT_EQ(heard.device, events[1].device);
+        EXPECT_EQ(Service::kUsbManager, events[2].service);
+        EXPECT_EQ(Kind::kDisconnected, events[3].kind);
+        EXPECT_EQ(Service::kDeviceManager, events[3].service);
+    }
 }
 
 TEST(BacklogTest, AConnectionThatWasToldIsLostAloud) {

@@ -16,6 +16,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <fstream>
+#include <future>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -32,6 +34,7 @@ using android::BAD_VALUE;
 using android::OK;
 using android::sp;
 using client::Client;
+using client::EventBacklog;
 using client::Events;
 using client::Options;
 using client::Service;
@@ -372,6 +375,24 @@ TEST_F(ClientTest, WaitsForADaemonThatIsNotThereYet) {
                                                     "connected UsbManager"));
 }
 
+TEST_F(ClientTest, ALimitBelowZeroOnlyLooks) {
+    // In nanoseconds, cut to 64 bits, these are about three centuries, none, and the least there is.
+    for (const int64_t limit : {int64_t{-9223372036855}, int64_t{-1}, std::numeric_limits<int64_t>::min()}) {
+        mSurroundings.withdrawAll();
+        const auto client = newClient();
+        ASSERT_EQ(OK, client->start(mTold.events(), fast()));
+        auto answer = std::async(std::launch::async, [&client, limit] {
+            return client->waitUntilConnected(std::chrono::milliseconds(limit));
+        });
+        EXPECT_EQ(std::future_status::ready, answer.wait_for(kLimit)) << limit;
+        // For one that waits after all.
+        const FakeDaemon daemon;
+        mSurroundings.publish(daemon);
+        EXPECT_FALSE(answer.get()) << limit;
+        EXPECT_TRUE(client->waitUntilConnected(kLimit));
+    }
+}
+
 TEST_F(ClientTest, AServiceThatIsKnownToBeDeadIsNotConnectedTo) {
     mDaemon->die();
     mSurroundings.publish(*mDaemon);
@@ -438,6 +459,134 @@ TEST_F(ClientTest, WhileDisconnectedTheLastPictureStands) {
     EXPECT_EQ(nullptr, client->volumeManager());
     EXPECT_EQ(1U, client->volumes().size());
     EXPECT_THAT(mTold.changes(), ElementsAre("volume sda1 /mnt/sda1"));
+}
+
+TEST_F(ClientTest, ARestartOfTheUsbManagerLeavesNoDeviceOfBefore) {
+    mDaemon->mUsb->mList.insert(makeUsbDevice(1, 1));
+    mDaemon->mUsb->mList.insert(makeUsbDevice(2, 1));
+    const auto client = connectedClient();
+    mTold.take();
+    // Shut down and started again: the same devices are found, under the next identifiers.
+    mDaemon->mUsb->mList.clear();
+    mDaemon->mUsb->attach(makeUsbDevice(3, 1));
+    mDaemon->mUsb->attach(makeUsbDevice(4, 1));
+    ASSERT_TRUE(mTold.waitFor("no usb 1"));
+    ASSERT_TRUE(mTold.waitFor("no usb 2"));
+    ASSERT_TRUE(mTold.waitFor("usb 3"));
+    ASSERT_TRUE(mTold.waitFor("usb 4"));
+    ASSERT_EQ(2U, client->usbDevices().size());
+    EXPECT_EQ(3U, client->usbDevices()[0]->getId());
+    EXPECT_EQ(4U, client->usbDevices()[1]->getId());
+    mDaemon->mUsb->mNotifier->onEvent(99, 0);
+    ASSERT_TRUE(mTold.waitFor("usb event 99 0"));
+    EXPECT_THAT(mTold.texts(),
+                UnorderedElementsAre("no usb 1", "no usb 2", "usb 3", "usb 4", "usb event 99 0"));
+}
+
+TEST_F(ClientTest, WhatHappensWhileTheListIsReadAgainIsToldOnceAndInOrder) {
+    const auto staying = makeUsbDevice(1, 1);
+    const auto going = makeUsbDevice(2, 1);
+    mDaemon->mUsb->mList.insert(staying);
+    mDaemon->mUsb->mList.insert(going);
+    FakeUsb& usb = *mDaemon->mUsb;
+    std::atomic<bool> isConnected{false};
+    std::atomic<int> questions{0};
+    usb.mList.mOnQuestion = [&] {
+        // The count has been answered; then one goes and another one comes.
+        if (isConnected && ++questions == 2) {
+            usb.detach(going);
+            usb.attach(makeUsbDevice(4, 1));
+            usb.mNotifier->onEvent(9, 1);
+        }
+    };
+    const auto client = connectedClient();
+    mTold.take();
+    isConnected = true;
+    usb.attach(makeUsbDevice(3, 1));
+    ASSERT_TRUE(mTold.waitFor("usb event 9 1"));
+    EXPECT_THAT(mTold.texts(), ElementsAre("usb 3", "no usb 2", "usb 4", "usb event 9 1"));
+    EXPECT_EQ(3U, client->usbDevices().size());
+    // For the arrival while it was read, the list is read once more, and then no more: each time twice, which
+    // is eight questions about three devices.
+    ASSERT_TRUE(comesToHold([&questions] { return questions >= 16; }));
+    for (int fence = 100; fence < 110; ++fence) {
+        usb.mNotifier->onEvent(fence, 0);
+        ASSERT_TRUE(mTold.waitFor("usb event " + std::to_string(fence) + " 0"));
+    }
+    EXPECT_EQ(16, questions);
+    EXPECT_EQ(14U, mTold.texts().size());
+}
+
+TEST_F(ClientTest, ARestartOfTheUsbManagerWhileItsListIsReadLeavesNoDeviceOfBefore) {
+    const auto former = makeUsbDevice(1, 1);
+    FakeUsb& usb = *mDaemon->mUsb;
+    usb.mList.insert(former);
+    std::atomic<int> questions{0};
+    usb.mList.mOnQuestion = [&] {
+        // The two readings of one are over with the fourth question, but for the answer to it.
+        if (++questions == 4) {
+            const auto next = makeUsbDevice(2, 1);
+            usb.mHostNotifier->onUsbDeviceAttached(next);
+        }
+        if (questions == 5) {
+            usb.mList.clear();
+            usb.mList.insert(makeUsbDevice(2, 1));
+        }
+    };
+    const auto client = connectedClient();
+    ASSERT_TRUE(mTold.waitFor("no usb 1"));
+    EXPECT_THAT(mTold.changes(), ElementsAre("usb 1", "usb 2", "no usb 1"));
+}
+
+TEST_F(ClientTest, ADaemonThatDiesWhileItsListIsReadAgainTellsNoDepartures) {
+    mDaemon->mUsb->mList.insert(makeUsbDevice(1, 1));
+    std::atomic<bool> isConnected{false};
+    FakeDaemon& dying = *mDaemon;
+    dying.mUsb->mList.mOnQuestion = [this, &isConnected, &dying] {
+        if (isConnected.exchange(false)) {
+            mSurroundings.withdrawAll();
+            dying.die();
+        }
+    };
+    const auto client = connectedClient();
+    isConnected = true;
+    dying.mUsb->attach(makeUsbDevice(2, 1));
+    ASSERT_TRUE(mTold.waitFor("disconnected UsbManager"));
+    EXPECT_THAT(mTold.changes(), ElementsAre("usb 1", "usb 2"));
+    EXPECT_EQ(2U, client->usbDevices().size());
+}
+
+TEST_F(ClientTest, DoesNotConnectToMoreThanTheApplicationKeepsUpWith) {
+    constexpr size_t kVolumes = EventBacklog::kLimit + 44;
+    Gate begun;
+    Gate gate;
+    std::atomic<size_t> told{0};
+    Events events;
+    events.volumeAdded = [&](const auto&) {
+        begun.open();
+        gate.pass();
+        ++told;
+    };
+    mSurroundings.publish(*mDaemon);
+    Client client(mSurroundings.environment());
+    ASSERT_EQ(OK, client.start(events, fast()));
+    ASSERT_TRUE(client.waitUntilConnected(kLimit));
+    for (size_t i = 0; i < kVolumes; ++i) {
+        mDaemon->mVolumes->add(makeVolume("sda" + std::to_string(i)));
+    }
+    ASSERT_TRUE(begun.pass());
+    FakeDaemon next;
+    std::atomic<size_t> toldBefore{0};
+    next.mUsb->mList.mOnQuestion = [&, done = false]() mutable {
+        if (!std::exchange(done, true)) {
+            toldBefore = told.load();
+        }
+    };
+    mSurroundings.publish("UsbManager", next.mUsbService.remote);
+    mDaemon->mUsbService.remote->die();
+    gate.open();
+    ASSERT_TRUE(comesToHold([&client] { return client.isConnected(Service::kUsbManager); }));
+    EXPECT_GE(toldBefore, kVolumes - EventBacklog::kLimit);
 }
 
 TEST_F(ClientTest, ANoticeThatComesAfterTheDaemonsDeathIsIgnored) {

@@ -48,6 +48,11 @@ class FakeList {
         const std::lock_guard<std::mutex> hold(mLock);
         mRecords.erase(std::remove(mRecords.begin(), mRecords.end(), record), mRecords.end());
     }
+    /** Forgets all without a word. */
+    void clear() {
+        const std::lock_guard<std::mutex> hold(mLock);
+        mRecords.clear();
+    }
     /** What is listed, for a question. */
     std::vector<Record> asked() {
         if (mOnQuestion) {

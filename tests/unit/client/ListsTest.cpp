@@ -83,6 +83,15 @@ TEST_F(ListsTest, DevicesAreFoundAtAndAboveThePaths) {
     EXPECT_THAT(devicePaths({"/devices/usb2", "/devices/usb3"}), ElementsAre("/devices/usb2"));
 }
 
+TEST_F(ListsTest, ADeviceWhoseNameBeginsLikeAnothersIsNotAboveIt) {
+    for (const char* path : {"/devices/usb1", "/devices/usb1/1-1", "/devices/usb1/1-10"}) {
+        mDaemon.mDevices->mList.insert(makeDevice(path));
+    }
+    EXPECT_THAT(devicePaths({"/devices/usb1/1-10"}), ElementsAre("/devices/usb1", "/devices/usb1/1-10"));
+    EXPECT_THAT(devicePaths({"/devices/usb1/1-100"}), ElementsAre("/devices/usb1"));
+    EXPECT_THAT(devicePaths({"/devices/usb1/1-1"}), ElementsAre("/devices/usb1", "/devices/usb1/1-1"));
+}
+
 TEST_F(ListsTest, AnEntryThatLeavesDuringTheWalkHidesNoOther) {
     const std::vector<sp<usb::UsbDeviceItf>> devices = {makeUsbDevice(1, 0), makeUsbDevice(2, 0),
                                                         makeUsbDevice(3, 0)};
