@@ -22,9 +22,10 @@ enum class Service : uint32_t {
 /**
  * What a Client tells: one call-back for each kind of event. One left empty is not told, and costs nothing.
  *
- * All of them run on the client's own thread, "DeviceClient", one after the other in the order in which the
- * daemon reported. They may take their time and call anything, the client's own operations included; what
- * comes meanwhile waits (see Client). They must not throw.
+ * All of them run on the client's own thread, "DeviceClient", one after the other, each service's in the
+ * order in which the daemon reported; numbered USB events may follow changes that came after them. They may
+ * take their time and call anything, the client's own operations included; what comes meanwhile waits (see
+ * Client). They must not throw.
  *
  * A thing that is told as removed is the very record that was told as added, so that records may be compared
  * by their addresses.

@@ -169,10 +169,10 @@ bool MessageQueue::endIfStopping() {
 }
 
 void MessageQueue::sendMessage(uint32_t what) {
-    const auto [looper, backlog] = mailbox();
-    SERVICE_ASSERT_IN(looper != nullptr, "mLooper.get()", "MessageQueue",
+    const Mailbox to = mailbox();
+    SERVICE_ASSERT_IN(to.looper != nullptr, "mLooper.get()", "MessageQueue",
                       "void MessageQueue::sendMessage(uint32_t)");
-    backlog->post(looper, mHandler, Message(static_cast<int>(what)));
+    to.backlog->post(to.looper, mHandler, Message(static_cast<int>(what)));
 }
 
 void MessageQueue::sendMessageDelayed(uint32_t what, nsecs_t uptimeDelay) {
@@ -183,19 +183,19 @@ void MessageQueue::sendMessageDelayed(uint32_t what, nsecs_t uptimeDelay) {
 }
 
 void MessageQueue::removeMessage(uint32_t what) {
-    const auto [looper, backlog] = mailbox();
-    SERVICE_ASSERT_IN(looper != nullptr, "mLooper.get()", "MessageQueue",
+    const Mailbox to = mailbox();
+    SERVICE_ASSERT_IN(to.looper != nullptr, "mLooper.get()", "MessageQueue",
                       "void MessageQueue::removeMessage(uint32_t)");
-    backlog->remove(looper, mHandler, static_cast<int>(what));
-    looper->removeMessages(mHandler, static_cast<int>(what));
+    to.backlog->remove(to.looper, mHandler, static_cast<int>(what));
+    to.looper->removeMessages(mHandler, static_cast<int>(what));
 }
 
 void MessageQueue::sendMessage(const sp<MessageHandler>& handler, uint32_t what) {
-    const auto [looper, backlog] = mailbox();
+    const Mailbox to = mailbox();
     SERVICE_ASSERT_IN(
-        looper != nullptr, "mLooper.get()", "MessageQueue",
+        to.looper != nullptr, "mLooper.get()", "MessageQueue",
         "void MessageQueue::sendMessage(const android::sp<android::MessageHandler>&, uint32_t)");
-    backlog->post(looper, handler, Message(static_cast<int>(what)));
+    to.backlog->post(to.looper, handler, Message(static_cast<int>(what)));
 }
 
 void MessageQueue::sendMessageDelayed(const sp<MessageHandler>& handler, uint32_t what, nsecs_t delay) {
@@ -207,10 +207,10 @@ void MessageQueue::sendMessageDelayed(const sp<MessageHandler>& handler, uint32_
 }
 
 void MessageQueue::removeMessage(const sp<MessageHandler>& handler, uint32_t what) {
-    const auto [looper, backlog] = mailbox();
+    const Mailbox to = mailbox();
     SERVICE_ASSERT_IN(
-        looper != nullptr, "mLooper.get()", "MessageQueue",
+        to.looper != nullptr, "mLooper.get()", "MessageQueue",
         "void MessageQueue::removeMessage(const android::sp<android::MessageHandler>&, uint32_t)");
-    backlog->remove(looper, handler, static_cast<int>(what));
-    looper->removeMessages(handler, static_cast<int>(what));
+    to.backlog->remove(to.looper, handler, static_cast<int>(what));
+    to.looper->removeMessages(handler, static_cast<int>(what));
 }

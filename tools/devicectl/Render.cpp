@@ -14,7 +14,6 @@
 namespace devicectl {
 
 using android::sp;
-using android::String8;
 using android::Vector;
 using device::DeviceItf;
 using usb::UsbDeviceItf;

@@ -127,6 +127,7 @@ std::string volumeText(const String8& text) {
 
 std::vector<std::string> volumeHeading() {
     std::vector<std::string> row;
+    row.reserve(std::size(kVolumeFields));
     for (const VolumeField& field : kVolumeFields) {
         row.emplace_back(field.heading);
     }
@@ -135,6 +136,7 @@ std::vector<std::string> volumeHeading() {
 
 std::vector<std::string> volumeRow(const VolumeItf& volume) {
     std::vector<std::string> row;
+    row.reserve(std::size(kVolumeFields));
     for (const VolumeField& field : kVolumeFields) {
         row.push_back(volumeText((volume.*field.get)()));
     }

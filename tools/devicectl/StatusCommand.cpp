@@ -110,6 +110,7 @@ ExitCode runStatus(const Options& options) {
     // The service manager's proxy is made before several threads ask for it.
     android::defaultServiceManager();
     std::vector<std::future<Report>> answers;
+    answers.reserve(kNames.size());
     for (const char* const name : kNames) {
         answers.push_back(askBeside(name));
     }

@@ -142,6 +142,7 @@ std::optional<std::string> Wait::lookForServices() {
         return std::nullopt;
     }
     std::vector<ServiceState> states;
+    states.reserve(names.size());
     for (const std::string& name : names) {
         states.push_back({name, ServiceState::Life::kAlive});
     }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 #include "tools/devicectl/RenderParts.h"
@@ -149,7 +150,7 @@ unsigned percentOf(const WatchModel::Usage& usage) {
     // In floating point: the product of two sizes has no room in 64 bits.
     const double share =
         usage.total > 0 ? static_cast<double>(usage.used) / static_cast<double>(usage.total) : 0;
-    return static_cast<unsigned>(std::clamp(share, 0.0, 1.0) * 100 + 0.5);
+    return static_cast<unsigned>(std::lround(std::clamp(share, 0.0, 1.0) * 100));
 }
 
 Line usageOf(const std::optional<WatchModel::Usage>& usage) {
