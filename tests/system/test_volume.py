@@ -263,7 +263,8 @@ class Media(VolumeTestCase):
     @staticmethod
     def with_events(records: list[dict[str, Any]], event: dict[str, Any]) -> list[dict[str, Any]]:
         """The records as that event told them."""
-        return [{"event": event["event"], "time": event["time"], **record} for record in records]
+        of_event = {key: event[key] for key in ("schemaVersion", "event", "time")}
+        return [{**of_event, **record} for record in records]
 
     def test_without_partition_table(self) -> None:
         for kind in ("vfat", "exfat", "ext4"):
