@@ -14,6 +14,7 @@
 #include "tests/integration/usb/Recorder.h"
 #include "tests/integration/usb/TestBed.h"
 #include "tests/integration/usb/UsbFaults.h"
+#include "tests/integration/usb/UsbHandles.h"
 #include "tests/unit/support/LogCapture.h"
 #include "usb/UsbDetectorImpl.h"
 #include "usb/UsbDetectorMessageHandler.h"
@@ -842,7 +843,7 @@ class UsbRequestTest : public UsbDetectorTest {
         start();
         EXPECT_TRUE(logged(info("notify attach\n")));
         mLog.take();
-        mOpens = faults().opens;
+        mOpens = UsbHandles::instance().opens;
         return mNotifier->attached()[0]->getId();
     }
 
@@ -850,9 +851,9 @@ class UsbRequestTest : public UsbDetectorTest {
         return attach([answer](const UsbRequest& /*request*/) { return answer; });
     }
 
-    ~UsbRequestTest() override { EXPECT_EQ(0, faults().handles); }
+    ~UsbRequestTest() override { EXPECT_EQ(0, UsbHandles::instance().held); }
 
-    int opens() const { return faults().opens - mOpens; }
+    int opens() const { return UsbHandles::instance().opens - mOpens; }
 
     /** libusb takes a device that cannot be opened for gone, which is an event of its own. */
     std::vector<LogLine> linesWithoutEvents() {
@@ -1247,7 +1248,7 @@ TEST_F(UsbDetectorTest, ThousandPlugCyclesLeaveNothingBehind) {
         mLog.take();
     }
     EXPECT_TRUE(eventually([] { return faults().references == 0; })) << faults().references;
-    EXPECT_EQ(0, faults().handles);
+    EXPECT_EQ(0, UsbHandles::instance().held);
     EXPECT_EQ(0U, mDetector->count());
     EXPECT_TRUE(eventually([&] { return openFiles() == files; })) << openFiles() - files << " more";
     EXPECT_EQ(1, countThreads("UsbDetector"));

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "tests/integration/usb/TestBed.h"
+#include "tests/integration/usb/UsbHandles.h"
 #include "tests/support/TestFolder.h"
 #include "tests/unit/support/LogCapture.h"
 
@@ -24,28 +25,13 @@ using usb::UsbDevicePublisher;
 
 namespace {
 
-/** Handles opened less closed. */
-std::atomic<int> sHandles{0};
 std::atomic<bool> sDescriptorFails{false};
 
 }  // namespace
 
 extern "C" {
 
-int __real_libusb_open(libusb_device* device, libusb_device_handle** handle);
-void __real_libusb_close(libusb_device_handle* handle);
 int __real_libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor);
-
-int __wrap_libusb_open(libusb_device* device, libusb_device_handle** handle) {
-    const int result = __real_libusb_open(device, handle);
-    sHandles += result == 0 ? 1 : 0;
-    return result;
-}
-
-void __wrap_libusb_close(libusb_device_handle* handle) {
-    --sHandles;
-    __real_libusb_close(handle);
-}
 
 int __wrap_libusb_get_device_descriptor(libusb_device* device, libusb_device_descriptor* descriptor) {
     return sDescriptorFails ? LIBUSB_ERROR_IO : __real_libusb_get_device_descriptor(device, descriptor);
@@ -68,7 +54,7 @@ class UsbDevicePublisherTest : public ::testing::Test {
 
     void TearDown() override {
         libusb_exit(mContext);
-        EXPECT_EQ(0, sHandles);
+        EXPECT_EQ(0, UsbHandles::instance().held);
     }
 
     static UsbDeviceSpec named(const std::string& manufacturer, const std::string& product,

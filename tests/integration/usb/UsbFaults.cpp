@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tests/integration/usb/UsbHandles.h"
+
 UsbFaults& UsbFaults::instance() {
     static auto* const sInstance = new UsbFaults();
     return *sInstance;
@@ -57,8 +59,6 @@ int __real_libusb_get_device_descriptor(libusb_device* device, libusb_device_des
 int __real_libusb_get_active_config_descriptor(libusb_device* device, libusb_config_descriptor** config);
 libusb_device* __real_libusb_ref_device(libusb_device* device);
 void __real_libusb_unref_device(libusb_device* device);
-int __real_libusb_open(libusb_device* device, libusb_device_handle** handle);
-void __real_libusb_close(libusb_device_handle* handle);
 // android::SortedVectorImpl::add(const void*) and remove(const void*)
 ssize_t __real__ZN7android16SortedVectorImpl3addEPKv(void* self, const void* item);
 ssize_t __real__ZN7android16SortedVectorImpl6removeEPKv(void* self, const void* item);
@@ -83,7 +83,7 @@ int __wrap_libusb_init(libusb_context** context) {
 
 void __wrap_libusb_exit(libusb_context* context) {
     faults().referencesAtExit = faults().references.load();
-    faults().handlesAtExit = faults().handles.load();
+    faults().handlesAtExit = UsbHandles::instance().held.load();
     --faults().contexts;
     __real_libusb_exit(context);
 }
@@ -145,20 +145,6 @@ libusb_device* __wrap_libusb_ref_device(libusb_device* device) {
 void __wrap_libusb_unref_device(libusb_device* device) {
     --faults().references;
     __real_libusb_unref_device(device);
-}
-
-int __wrap_libusb_open(libusb_device* device, libusb_device_handle** handle) {
-    ++faults().opens;
-    const int result = __real_libusb_open(device, handle);
-    if (result == 0) {
-        ++faults().handles;
-    }
-    return result;
-}
-
-void __wrap_libusb_close(libusb_device_handle* handle) {
-    --faults().handles;
-    __real_libusb_close(handle);
 }
 
 }  // extern "C"

@@ -41,9 +41,7 @@ struct UsbFaults {
 
     std::atomic<int> lists{0};       //!< lists of devices asked for
     std::atomic<int> references{0};  //!< taken less given back, those within lists not counted
-    std::atomic<int> handles{0};     //!< opened less closed
-    std::atomic<int> opens{0};
-    std::atomic<int> contexts{0};  //!< initialised less exited
+    std::atomic<int> contexts{0};    //!< initialised less exited
     /** References and handles at the last end of a context. */
     std::atomic<int> referencesAtExit{0};
     std::atomic<int> handlesAtExit{0};
