@@ -37,6 +37,7 @@ class Services:
 
     def start(self) -> None:
         """Starts service manager and daemon; returns once all of the daemon's services are registered."""
+        self.daemon = None  # one of before has ended, and that is no news of this start
         self.manager = self._guest.spawn([self.program("servicemanager")])
         self.wait_services_reply()
         command = [self.program("device-service")]
