@@ -53,18 +53,36 @@ def wait_until(condition: Callable[[], Any], what: str, timeout: float = LIMIT) 
 
 
 class GuestTestCase(unittest.TestCase):
-    """A file's tests on one machine. After each test everything that it started or plugged is gone; a test that
-    fails takes the machine along, and the next one boots another."""
+    """A file's tests on one machine, as long as its classes want the same. After each test everything that it started or
+    plugged is gone; a test that fails takes the machine along, and the next one boots another."""
 
     machine_options: dict[str, Any] = {}  # what a class wants from its Machine
     has_failed = False  # known as soon as it is, before the clean-ups
     session: Session
     machine: Machine
+    _standing: type[GuestTestCase] | None = None  # the class that booted the machine which now stands
 
     @classmethod
     def setUpClass(cls) -> None:
         super().setUpClass()
-        cls.addClassCleanup(cls.give_up)
+        standing = GuestTestCase._standing
+        if standing is not None and standing.machine.is_running and cls._wants_as(standing):
+            cls.session, cls.machine = standing.session, standing.machine
+            return
+        if standing is not None:
+            standing.give_up()
+        cls._boot_to_stand()
+
+    @classmethod
+    def _wants_as(cls, other: type[GuestTestCase]) -> bool:
+        """Whether another class's machine is one that this class would boot."""
+        return cls.boot.__func__ is other.boot.__func__ and cls.machine_options == other.machine_options
+
+    @classmethod
+    def _boot_to_stand(cls) -> None:
+        """Boots the machine, which stands until a class wants another, a test fails or the file ends."""
+        GuestTestCase._standing = cls
+        unittest.addModuleCleanup(cls.give_up)
         cls.boot()
 
     @classmethod
@@ -87,7 +105,7 @@ class GuestTestCase(unittest.TestCase):
     def setUp(self) -> None:
         super().setUp()
         if not self.machine.is_running:
-            self.boot()
+            self._boot_to_stand()
         self.addCleanup(self._give_up_after_failure)
         self._named: dict[str, GuestProcess] = {}
         self.services = Services(self.guest, build_dir)
