@@ -1,162 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <binder/ProcessState.h>
 #include <bindercheck/BinderCheck.h>
-#include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <csignal>
-#include <ctime>
-#include <string_view>
-#include <system_error>
-
 #include "tools/devicectl/Commands.h"
-#include "tools/devicectl/Screen.h"
 #include "tools/devicectl/StandardStreams.h"
-#include "tools/devicectl/StopSignals.h"
 #include "tools/devicectl/WatchSource.h"
-#include "tools/devicectl/WatchView.h"
+#include "tools/devicectl/Watcher.h"
 
 namespace devicectl {
 
 using android::sp;
-
-namespace {
-
-constexpr int kTickMs = 1000;
-/** A model that is older is not shown as true; younger ones wait for the next look. */
-constexpr std::chrono::seconds kFresh{3};
-constexpr char kCtrlC = 3;
-constexpr char kCtrlZ = 26;
-
-std::string clockText() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    std::array<char, 16> text{};
-    std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
-    return text.data();
-}
-
-/** The command while it runs. Main thread. */
-class Watcher {
-  public:
-    Watcher(Format format, const sp<WakeUp>& news, const sp<WatchSource>& source, StopSignals& signals)
-        : mFormat(format),
-          mNews(news),
-          mSource(source),
-          mSignals(signals),
-          mScreen(STDIN_FILENO, STDOUT_FILENO) {}
-
-    ExitCode run() {
-        int error = mScreen.enter();
-        while (error == 0 && !mIsOver) {
-            error = draw();
-            if (error == 0) {
-                await();
-            }
-        }
-        mScreen.leave();
-        if (error != 0) {
-            reportOutputError(error);
-            return kFailed;
-        }
-        return kOk;
-    }
-
-  private:
-    int draw() {
-        WatchSource::Clock::time_point when;
-        const WatchModel model = mSource->model(&when);
-        const Screen::Size size = mScreen.size();
-        mLast = lastFirstLine(model, size.rows);
-        mFirst = std::min(mFirst, mLast);
-        const auto age = WatchSource::Clock::now() - when;
-        const auto silent = age > kFresh ? std::chrono::duration_cast<std::chrono::seconds>(age).count() : 0;
-        return mScreen.show(renderWatch(
-            mFormat, model, {size.rows, size.columns, mFirst, static_cast<unsigned>(silent), clockText()}));
-    }
-
-    void await() {
-        std::array<pollfd, 3> sources{
-            {{STDIN_FILENO, POLLIN, 0}, {mSignals.fd(), POLLIN, 0}, {mNews->fd(), POLLIN, 0}}};
-        if (poll(sources.data(), sources.size(), kTickMs) <= 0) {
-            return;
-        }
-        mNews->clear();
-        bool areKeysStale = false;
-        for (int signal = mSignals.takeNumber(); signal != 0; signal = mSignals.takeNumber()) {
-            takeSignal(signal);
-            areKeysStale = true;
-        }
-        // A pause throws keys away; the next poll() tells what is still there.
-        if (sources[0].revents != 0 && !areKeysStale) {
-            takeKeys();
-        }
-    }
-
-    void takeSignal(int signal) {
-        if (signal == SIGTSTP) {
-            pause();
-        } else if (signal != SIGWINCH) {
-            mIsOver = true;
-        }
-    }
-
-    void takeKeys() {
-        std::array<char, 256> keys{};
-        const ssize_t count = read(STDIN_FILENO, keys.data(), keys.size());
-        if (count <= 0) {
-            // The terminal went.
-            mIsOver = true;
-            return;
-        }
-        std::string_view rest(keys.data(), static_cast<size_t>(count));
-        while (!rest.empty()) {
-            const std::string_view key = rest.substr(0, rest.substr(0, 2) == "\x1b[" ? 3 : 1);
-            takeKey(key);
-            rest.remove_prefix(key.size());
-        }
-    }
-
-    void takeKey(std::string_view key) {
-        if (key[0] == 'q' || key[0] == kCtrlC) {
-            mIsOver = true;
-        } else if (key[0] == kCtrlZ) {
-            pause();
-        } else if (key == "j" || key == "\x1b[B") {
-            mFirst = std::min(mFirst + 1, mLast);
-        } else if (key == "k" || key == "\x1b[A") {
-            mFirst -= std::min<size_t>(mFirst, 1);
-        }
-    }
-
-    /** Gives the terminal to the shell until that wakes this program. */
-    void pause() {
-        mScreen.leave();
-        // As the terminal does it: the whole job, and not where nobody could wake it. The signal is blocked
-        // in all threads and stays pending until this one lets it in.
-        sigset_t stop;
-        sigemptyset(&stop);
-        sigaddset(&stop, SIGTSTP);
-        kill(0, SIGTSTP);
-        pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
-        pthread_sigmask(SIG_BLOCK, &stop, nullptr);
-        mIsOver = mIsOver || mScreen.enter() != 0;
-    }
-
-    const Format mFormat;
-    const sp<WakeUp> mNews;
-    const sp<WatchSource> mSource;
-    StopSignals& mSignals;
-    Screen mScreen;
-    size_t mFirst = 0;
-    size_t mLast = 0;
-    bool mIsOver = false;
-};
-
-}  // namespace
 
 ExitCode runWatch(const Options& options) {
     if (isatty(STDIN_FILENO) != 1 || isatty(STDOUT_FILENO) != 1) {
@@ -168,17 +22,17 @@ ExitCode runWatch(const Options& options) {
         reportError(driver.string());
         return kNoDriver;
     }
-    // Before any thread, so that all have them blocked.
-    StopSignals signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH});
+    // Before any thread, so that all have its signals blocked.
     const sp<WakeUp> news = new WakeUp();
-    if (signals.fd() < 0 || news->fd() < 0) {
+    Watcher watcher(options.format, news, STDIN_FILENO, STDOUT_FILENO);
+    if (!watcher.isComplete()) {
         reportError("no file descriptor left for the picture: close some or raise the limit");
         return kFailed;
     }
     android::ProcessState::self()->startThreadPool();
     const sp<WatchSource> source = new WatchSource(news);
     source->start();
-    return Watcher(options.format, news, source, signals).run();
+    return watcher.run(source);
 }
 
 }  // namespace devicectl
