@@ -51,9 +51,18 @@ Screen::~Screen() {
     leave();
 }
 
+int Screen::awaitForeground() const {
+    // Changes nothing, and stops in the background as all does that could.
+    return tcdrain(mInput) == 0 ? 0 : errno;
+}
+
 int Screen::enter() {
-    // tcdrain() stops in the background, where the state would be that of the shell's own line editor.
-    if (tcdrain(mInput) != 0 || tcgetattr(mInput, &mFormer) != 0) {
+    // In the background the state would be that of the shell's own line editor.
+    const int error = awaitForeground();
+    if (error != 0) {
+        return error;
+    }
+    if (tcgetattr(mInput, &mFormer) != 0) {
         return errno;
     }
     sInput = mInput;
@@ -61,7 +70,16 @@ int Screen::enter() {
     sFormer = mFormer;
     setFaultHandlers(giveBackAndFail);
     mIsTaken = true;
+    return take();
+}
 
+int Screen::enterAgain() {
+    // What is set now may be the state of this very screen, kept by the shell and put back.
+    const int error = awaitForeground();
+    return error != 0 ? error : take();
+}
+
+int Screen::take() {
     termios raw = mFormer;
     // Keys come at once, unseen, Ctrl-C, Ctrl-Z and Ctrl-S among them; output stays as it is.
     raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG | IEXTEN);

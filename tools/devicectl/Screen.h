@@ -28,8 +28,20 @@ class Screen {
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    /** Takes the terminal. @return 0 or the error's number */
+    /**
+     * Waits, stopped, until this process's job is in the foreground; returns at once where there are no jobs.
+     * @return 0 or the error's number: EIO in the background where nobody could wake the process
+     */
+    int awaitForeground() const;
+
+    /** Takes the terminal, in the foreground. @return 0 or the error's number */
     int enter();
+
+    /**
+     * Takes it once more after somebody else had it, between enter() and leave(). Its former state stays what
+     * enter() found. @return 0 or the error's number
+     */
+    int enterAgain();
 
     /** Gives it back. Harmless if it was not taken. */
     void leave();
@@ -41,6 +53,8 @@ class Screen {
     int show(const std::vector<std::string>& lines);
 
   private:
+    int take();
+
     const int mInput;
     const int mOutput;
     termios mFormer = {};

@@ -31,4 +31,8 @@ void StopSignals::release() {
     pthread_sigmask(SIG_SETMASK, &mFormer, nullptr);
 }
 
+void StopSignals::hold() {
+    pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+}
+
 }  // namespace devicectl

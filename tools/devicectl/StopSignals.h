@@ -8,7 +8,7 @@ namespace devicectl {
 
 /**
  * Signals as something to poll for: SIGINT and SIGTERM unless told otherwise. They are blocked from
- * construction to release(), in every thread that starts meanwhile too.
+ * construction on, in every thread that starts later too, but for the time from release() to hold().
  */
 class StopSignals {
   public:
@@ -29,6 +29,9 @@ class StopSignals {
 
     /** Gives them their former effect on the calling thread back: the next one ends the process at once. */
     void release();
+
+    /** Blocks them on the calling thread again. */
+    void hold();
 
   private:
     sigset_t mSignals;

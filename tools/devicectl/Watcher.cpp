@@ -42,7 +42,7 @@ Watcher::Watcher(Format format, const sp<WakeUp>& news, int inputFd, int outputF
     : mFormat(format),
       mNews(news),
       mInput(inputFd),
-      mSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH}),
+      mSignals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH}),
       mScreen(inputFd, outputFd) {}
 
 ExitCode Watcher::run(const sp<WatchSource>& source) {
@@ -50,8 +50,12 @@ ExitCode Watcher::run(const sp<WatchSource>& source) {
     while (error == 0 && !mIsOver) {
         error = draw(*source);
         if (error == 0) {
-            await();
+            error = await();
         }
+    }
+    if (error == EIO && mIsEntered) {
+        // The terminal went, and with it who would read of it.
+        error = 0;
     }
     mScreen.leave();
     if (error != 0) {
@@ -73,53 +77,62 @@ int Watcher::draw(const WatchSource& source) {
         mFormat, model, {size.rows, size.columns, mFirst, static_cast<unsigned>(silent), clockText()}));
 }
 
-void Watcher::await() {
+int Watcher::await() {
     std::array<pollfd, 3> sources{
         {{mInput, POLLIN, 0}, {mSignals.fd(), POLLIN, 0}, {mNews->fd(), POLLIN, 0}}};
     if (poll(sources.data(), sources.size(), kTickMs) <= 0) {
-        return;
+        return 0;
     }
     mNews->clear();
+    int error = 0;
     bool areKeysStale = false;
-    for (int signal = mSignals.takeNumber(); signal != 0; signal = mSignals.takeNumber()) {
-        takeSignal(signal);
+    for (int signal = 0; error == 0 && !mIsOver && (signal = mSignals.takeNumber()) != 0;) {
+        error = takeSignal(signal);
         areKeysStale = true;
     }
     // A pause throws keys away; the next poll() tells what is still there.
-    if (sources[0].revents != 0 && !areKeysStale) {
-        takeKeys();
+    return error == 0 && sources[0].revents != 0 && !areKeysStale ? takeKeys() : error;
+}
+
+int Watcher::takeSignal(int signal) {
+    switch (signal) {
+        case SIGTSTP:
+            return pause();
+        case SIGCONT:
+            // After a stop that could not be seen: the shell had the terminal as it was.
+            return mScreen.enterAgain();
+        case SIGWINCH:
+            return 0;
+        default:
+            mIsOver = true;
+            return 0;
     }
 }
 
-void Watcher::takeSignal(int signal) {
-    if (signal == SIGTSTP) {
-        pause();
-    } else if (signal != SIGWINCH) {
-        mIsOver = true;
-    }
-}
-
-void Watcher::takeKeys() {
+int Watcher::takeKeys() {
     std::array<char, 256> keys{};
     const ssize_t count = read(mInput, keys.data(), keys.size());
     if (count <= 0) {
         // The terminal went.
         mIsOver = true;
-        return;
+        return 0;
     }
     std::string_view rest(keys.data(), static_cast<size_t>(count));
     while (!rest.empty()) {
         const std::string_view key = rest.substr(0, rest.substr(0, 2) == "\x1b[" ? 3 : 1);
+        if (key[0] == kCtrlZ) {
+            // What was typed behind it is for nobody, as where the terminal stops a job.
+            return pause();
+        }
         takeKey(key);
         rest.remove_prefix(key.size());
     }
+    return 0;
 }
 
 void Watcher::takeKey(std::string_view key) {
     if (key[0] == 'q' || key[0] == kCtrlC) {
         mIsOver = true;
-    } else if (key[0] == kCtrlZ) {
-        pause();
     } else if (key == "j" || key == "\x1b[B") {
         mFirst = std::min(mFirst + 1, mLast);
     } else if (key == "k" || key == "\x1b[A") {
@@ -128,21 +141,23 @@ void Watcher::takeKey(std::string_view key) {
 }
 
 int Watcher::enter() {
-    return mScreen.enter();
+    // Nothing of the terminal is taken yet: what ends or stops a program does so while it waits for its turn.
+    mSignals.release();
+    int error = mScreen.awaitForeground();
+    mSignals.hold();
+    if (error == 0) {
+        error = mScreen.enter();
+        mIsEntered = error == 0;
+    }
+    return error;
 }
 
-/** Gives the terminal to the shell until that wakes this program. */
-void Watcher::pause() {
+int Watcher::pause() {
     mScreen.leave();
-    // As the terminal does it: the whole job, and not where nobody could wake it. The signal is blocked
-    // in all threads and stays pending until this one lets it in.
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGTSTP);
+    // As the terminal does it: the whole job, and not where nobody could wake it. The signal stays pending until
+    // enter() lets it in, since all threads have it blocked.
     kill(0, SIGTSTP);
-    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
-    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
-    mIsOver = mIsOver || mScreen.enter() != 0;
+    return enter();
 }
 
 }  // namespace devicectl

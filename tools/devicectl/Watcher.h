@@ -42,13 +42,16 @@ class Watcher {
     ExitCode run(const android::sp<WatchSource>& source);
 
   private:
+    // Each returns 0 or the error's number.
     int draw(const WatchSource& source);
-    void await();
-    void takeSignal(int signal);
-    void takeKeys();
-    void takeKey(std::string_view key);
-    void pause();
+    int await();
+    int takeSignal(int signal);
+    int takeKeys();
+    /** Gives the terminal to the shell until that wakes this program. */
+    int pause();
     int enter();
+
+    void takeKey(std::string_view key);
 
     const Format mFormat;
     const android::sp<WakeUp> mNews;
@@ -57,7 +60,7 @@ class Watcher {
     Screen mScreen;
     size_t mFirst = 0;
     size_t mLast = 0;
-    bool mAreKeysStale = false;  ///< the terminal was given away since the keys were polled
+    bool mIsEntered = false;  ///< the terminal was taken at least once
     bool mIsOver = false;
 };
 

@@ -103,7 +103,10 @@ void JobTerminal::runShell(const std::function<int()>& program, Start how) const
         goWithParent(shell);
         runJob(program, how);
     }
-    setpgid(job, job);
+    if (how != Start::kAlone) {
+        // The job does so too: whoever comes first.
+        setpgid(job, job);
+    }
     send(mShellsEnd, job);
     for (int status = 0; waitpid(job, &status, WUNTRACED) == job;) {
         tcsetpgrp(mSlave, getpgrp());
