@@ -18,40 +18,39 @@ using volume::IVolumeManager;
 
 namespace {
 
-/** Binder threads. */
-class VolumeChangeNotifier : public volume::VolumeManagerNotifierItf {
+/** A notifier of the interface @p Notifier that tells of each change without looking at it. Binder threads.
+ */
+template <typename Notifier>
+class ChangeNotifier : public Notifier {
   public:
-    explicit VolumeChangeNotifier(const sp<WakeUp>& wakeUp) : mWakeUp(wakeUp) {}
-
-    int32_t onVolumeAdded(const sp<volume::VolumeItf>& /*volume*/) override { return tell(); }
-    int32_t onVolumeRemoved(const sp<volume::VolumeItf>& /*volume*/) override { return tell(); }
     int32_t onEvent(int32_t /*event*/, int32_t /*value*/) override { return tell(); }
 
-  private:
+  protected:
+    explicit ChangeNotifier(const sp<WakeUp>& wakeUp) : mWakeUp(wakeUp) {}
+
     int32_t tell() {
         mWakeUp->post();
         return 0;
     }
 
+  private:
     const sp<WakeUp> mWakeUp;
 };
 
-/** Binder threads. */
-class UsbChangeNotifier : public usb::UsbHostNotifierItf {
+class VolumeChangeNotifier : public ChangeNotifier<volume::VolumeManagerNotifierItf> {
   public:
-    explicit UsbChangeNotifier(const sp<WakeUp>& wakeUp) : mWakeUp(wakeUp) {}
+    explicit VolumeChangeNotifier(const sp<WakeUp>& wakeUp) : ChangeNotifier(wakeUp) {}
+
+    int32_t onVolumeAdded(const sp<volume::VolumeItf>& /*volume*/) override { return tell(); }
+    int32_t onVolumeRemoved(const sp<volume::VolumeItf>& /*volume*/) override { return tell(); }
+};
+
+class UsbChangeNotifier : public ChangeNotifier<usb::UsbHostNotifierItf> {
+  public:
+    explicit UsbChangeNotifier(const sp<WakeUp>& wakeUp) : ChangeNotifier(wakeUp) {}
 
     int32_t onUsbDeviceAttached(const sp<usb::UsbDeviceItf>& /*device*/) override { return tell(); }
     int32_t onUsbDeviceDetached(const sp<usb::UsbDeviceItf>& /*device*/) override { return tell(); }
-    int32_t onEvent(int32_t /*event*/, int32_t /*value*/) override { return tell(); }
-
-  private:
-    int32_t tell() {
-        mWakeUp->post();
-        return 0;
-    }
-
-    const sp<WakeUp> mWakeUp;
 };
 
 }  // namespace

@@ -147,15 +147,15 @@ int Watcher::enter() {
     mSignals.hold();
     if (error == 0) {
         error = mScreen.enter();
-        mIsEntered = error == 0;
+        mIsEntered = mIsEntered || error == 0;
     }
     return error;
 }
 
 int Watcher::pause() {
     mScreen.leave();
-    // As the terminal does it: the whole job, and not where nobody could wake it. The signal stays pending until
-    // enter() lets it in, since all threads have it blocked.
+    // As the terminal does it: the whole job, and not where nobody could wake it. The signal stays pending
+    // until enter() lets it in, since all threads have it blocked.
     kill(0, SIGTSTP);
     return enter();
 }

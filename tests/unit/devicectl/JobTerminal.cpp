@@ -193,8 +193,7 @@ void JobTerminal::hangUp() {
 int JobTerminal::awaitStop() {
     const size_t before = mStops;
     const bool isMarked = mMaster >= 0;
-    const bool came =
-        readUntil([&] { return mStops > before && (!isMarked || mMarks == mStops); });
+    const bool came = readUntil([&] { return mStops > before && (!isMarked || mMarks == mStops); });
     return came ? mStatus : -1;
 }
 

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/devicectl/ExitCode.h"
@@ -43,9 +45,9 @@ int temporaryFile() {
     return open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
 }
 
-/** Runs the program with @p node as its driver. @p outputFd replaces its standard output if not negative. */
+/** Runs the program with @p node as its driver. The descriptors replace its standard ones if not negative. */
 Outcome run(const std::vector<std::string>& arguments, const std::string& node = "/nonexistent/binder",
-            int outputFd = -1) {
+            int outputFd = -1, int inputFd = -1) {
     std::vector<std::string> words{DEVICECTL_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -62,6 +64,9 @@ Outcome run(const std::vector<std::string>& arguments, const std::string& node =
     const auto begin = std::chrono::steady_clock::now();
     const pid_t child = fork();
     if (child == 0) {
+        if (inputFd >= 0) {
+            dup2(inputFd, STDIN_FILENO);
+        }
         dup2(outputFd >= 0 ? outputFd : output, STDOUT_FILENO);
         dup2(error, STDERR_FILENO);
         execve(argv[0], argv.data(), environment.data());
@@ -141,6 +146,33 @@ TEST(Program, WatchNeedsATerminal) {
     EXPECT_EQ(outcome.output, "");
     expectOneLine(outcome.error);
     EXPECT_THAT(outcome.error, HasSubstr("watch needs a terminal"));
+}
+
+TEST(Program, WatchNeedsATerminalOnBothSides) {
+    int master = -1;
+    int slave = -1;
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    const int none = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const std::string driver = "/nonexistent/binder";
+    for (const auto& [input, output] :
+         {std::pair(slave, none), std::pair(none, slave), std::pair(none, none)}) {
+        const Outcome outcome = run({"watch"}, driver, output, input);
+        EXPECT_EQ(outcome.status, kUsage);
+        expectOneLine(outcome.error);
+        EXPECT_THAT(outcome.error, HasSubstr("watch needs a terminal"));
+    }
+    const Outcome outcome = run({"watch"}, driver, slave, slave);
+    EXPECT_EQ(outcome.status, kNoDriver);
+    expectOneLine(outcome.error);
+    EXPECT_THAT(outcome.error, HasSubstr(driver));
+    // Not a byte was written to the terminal before this one.
+    std::array<char, 64> written{};
+    EXPECT_EQ(write(slave, "|", 1), 1);
+    EXPECT_EQ(read(master, written.data(), written.size()), 1);
+    EXPECT_EQ(written[0], '|');
+    close(none);
+    close(slave);
+    close(master);
 }
 
 TEST(Program, WatchHasNoJson) {
