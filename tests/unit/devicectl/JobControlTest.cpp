@@ -19,10 +19,8 @@ using android::sp;
 using testing::AllOf;
 using testing::Contains;
 using testing::Each;
-using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;
-using testing::StrEq;
 using Start = JobTerminal::Start;
 
 namespace {
