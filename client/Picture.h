@@ -79,7 +79,8 @@ class Picture {
             if (kept != last.end() && !kept->second.added) {
                 continue;
             }
-            // The list may be from before the notice, and from before what the notice tells took over the key.
+            // The list may be from before the notice, and from before what the notice tells took over the
+            // key.
             if (there.emplace(key, kept == last.end() ? record : kept->second.record).second) {
                 order.push_back(key);
             }
