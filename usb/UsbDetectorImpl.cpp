@@ -120,6 +120,13 @@ void UsbDetectorImpl::start() {
     if (mStop == 0) {
         return;
     }
+    if (isEventThread()) {
+        // A handler that stopped the detector before: the thread that it runs on goes on by itself.
+        mStartsAnew = true;
+        mStop = 0;
+        startQueue();
+        return;
+    }
     joinEventThread();
     mStop = 0;
     startQueue();
@@ -145,12 +152,23 @@ void UsbDetectorImpl::stop() {
     wakeEventThread();
     joinEventThread();
     mMessageQueue->stop();
+    forgetDevices();
+}
 
+void UsbDetectorImpl::forgetDevices() {
     // Records may be the last of their kind; they go after the lock.
     android::SortedVector<sp<UsbDevice>> records;
     Mutex::Autolock lock(mLock);
+    // None are left but when the event thread stops itself: it gives them back with its context.
+    for (libusb_device* device : mDeviceList) {
+        mLeftDevices.add(device);
+    }
     mDeviceList.clear();
     std::swap(records, mUsbDeviceList);
+}
+
+bool UsbDetectorImpl::isEventThread() const {
+    return mHasThread && pthread_equal(mThread, pthread_self()) != 0;
 }
 
 /** Ends the wait for events; a thread that is before its first wait sees mStop. */
@@ -166,7 +184,7 @@ void UsbDetectorImpl::joinEventThread() {
         return;
     }
     // A handler that stops the detector runs on the thread itself, which whoever comes next joins.
-    if (pthread_equal(mThread, pthread_self()) != 0 || pthread_join(mThread, nullptr) != 0) {
+    if (isEventThread() || pthread_join(mThread, nullptr) != 0) {
         logCheckFailed("stop", 1005);
         return;
     }
@@ -236,17 +254,22 @@ void* UsbDetectorImpl::eventThread(void* detector) {
     const sp<UsbDetectorImpl> self = static_cast<UsbDetectorImpl*>(detector);
     self->decStrong(detector);
     pthread_setname_np(pthread_self(), LOG_TAG);
-    self->runEvents();
+    do {
+        self->mStartsAnew = false;
+        self->runEvents();
+    } while (self->mStartsAnew && self->mStop == 0);
     return nullptr;
 }
 
 void UsbDetectorImpl::runEvents() {
     libusb_context* const context = openContext();
     SERVICE_ASSERT(context != nullptr, "detector->usb_ctx", LOG_TAG);
+    // What a scan that outlasted a handler's stop has listed is of the context before.
+    forgetDevices();
     mContext.open(context);
     // The devices that were there before.
     schedule(Handler::kMessageUpdate, 0);
-    while (mStop == 0) {
+    while (isCurrent()) {
         // One second; as 1,000,000 microseconds libusb would refuse it.
         timeval tv = {1, 0};
         const int result = libusb_handle_events_timeout(context, &tv);
@@ -303,10 +326,14 @@ void UsbDetectorImpl::closeContext(libusb_context* context) {
     for (const HotplugEvent& event : takeEvents()) {
         libusb_unref_device(event.device);
     }
-    DeviceSet devices;
+    Vector<libusb_device*> devices;
     {
         Mutex::Autolock lock(mLock);
-        std::swap(devices, mDeviceList);
+        std::swap(devices, mLeftDevices);
+        for (libusb_device* device : mDeviceList) {
+            devices.add(device);
+        }
+        mDeviceList.clear();
     }
     for (libusb_device* device : devices) {
         libusb_unref_device(device);
@@ -342,7 +369,7 @@ void UsbDetectorImpl::handleEvents(libusb_context* context) {
     for (Vector<HotplugEvent> events = takeEvents(); !events.isEmpty(); events = takeEvents()) {
         for (const HotplugEvent& event : events) {
             const bool arrived = event.event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
-            if (mStop == 0) {
+            if (isCurrent()) {
                 handleEvent(context, event.device, arrived ? kAttachSide : kDetachSide);
             }
             libusb_unref_device(event.device);
@@ -408,8 +435,9 @@ void UsbDetectorImpl::handleHub(libusb_device* device, const libusb_device_descr
 
 /** Posts @p message in place of one that is pending. */
 void UsbDetectorImpl::schedule(int message, nsecs_t delay) {
-    // A handler that stopped the detector may have left a queue that takes no messages.
-    if (mStop != 0) {
+    // A handler that stopped the detector may have left a queue that takes no messages; and where it started
+    // it again, the first scan is the new context's.
+    if (!isCurrent()) {
         return;
     }
     mMessageQueue->removeMessage(message);
@@ -421,7 +449,7 @@ void UsbDetectorImpl::schedule(int message, nsecs_t delay) {
 }
 
 void UsbDetectorImpl::cancel(int message) {
-    if (mStop == 0) {
+    if (isCurrent()) {
         mMessageQueue->removeMessage(message);
     }
 }

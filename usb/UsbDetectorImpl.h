@@ -84,9 +84,13 @@ class UsbDetectorImpl : public virtual android::RefBase {
 
     void startQueue();
     void wakeEventThread();
+    bool isEventThread() const REQUIRES(mTransitionLock);
     void joinEventThread() REQUIRES(mTransitionLock);
+    void forgetDevices();
 
     void runEvents();
+    /** False when the thread's context is to end, for good or for a new one. */
+    bool isCurrent() const { return mStop == 0 && !mStartsAnew; }
     libusb_context* openContext();
     int registerHotplug(libusb_context* context);
     void closeContext(libusb_context* context);
@@ -116,6 +120,8 @@ class UsbDetectorImpl : public virtual android::RefBase {
     UsbContext mContext;
     /** 1 while the event thread is to end or there is none. */
     std::atomic<int> mStop{1};
+    /** Event thread only: a handler has stopped and started the detector, the thread makes a new context. */
+    bool mStartsAnew = false;
     /** Event thread only. */
     libusb_hotplug_callback_handle mAttachHandle = 0;
     libusb_hotplug_callback_handle mDetachHandle = 0;
@@ -132,6 +138,8 @@ class UsbDetectorImpl : public virtual android::RefBase {
     mutable android::Mutex mLock;
     /** What the last scan found, each with a reference of its own. */
     DeviceSet mDeviceList GUARDED_BY(mLock);
+    /** What was in mDeviceList when a handler stopped the detector, with the references. */
+    android::Vector<libusb_device*> mLeftDevices GUARDED_BY(mLock);
     /** What is reported as attached. Each entry's device is in mDeviceList as long as the context lives. */
     android::SortedVector<android::sp<UsbDevice>> mUsbDeviceList GUARDED_BY(mLock);
     uint32_t mNextId GUARDED_BY(mLock) = 1;

@@ -1183,6 +1183,54 @@ TEST_F(UsbDetectorTest, HandlerThatStopsIsNotWaitedFor) {
     EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 1; }));
 }
 
+TEST_F(UsbDetectorTest, HandlerThatStopsLeavesNoReference) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    std::atomic<bool> stops{true};
+    mHandler->hook = [this, &stops](const HandlerRecorder::Call& /*call*/) {
+        if (stops.exchange(false)) {
+            mDetector->stop();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_EQ(0, faults().referencesAtExit);
+}
+
+TEST_F(UsbDetectorTest, HandlerMayStopAndStart) {
+    // What a client does that starts the manager anew when it hears of a finding.
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    Gate restarted;
+    std::atomic<bool> first{true};
+    mHandler->hook = [this, &restarted, &first](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            mDetector->stop();
+            mDetector->start();
+            restarted.open();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(restarted.wait());
+    ASSERT_TRUE(mNotifier->waitForAttached(3)) << "both, found by the first scan of the new start";
+    EXPECT_EQ(0, faults().referencesAtExit) << "of the context before";
+    EXPECT_TRUE(eventually([this] { return mDetector->count() == 2; }));
+    mBed.unplug("1-2");
+    ASSERT_TRUE(mNotifier->waitForDetached(1));
+    EXPECT_EQ(contexts + 1, faults().contexts);
+    EXPECT_EQ(1, countThreads("UsbDetector"));
+
+    mDetector->stop();
+    EXPECT_EQ(contexts, faults().contexts);
+    EXPECT_EQ(0, faults().referencesAtExit);
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(3U, mNotifier->attached().size());
+}
+
 TEST_F(UsbDetectorTest, NotificationMayOutlastAStopAndAStart) {
     Gate entered;
     Gate leave;
