@@ -76,7 +76,12 @@ class Picture {
         for (const Record& record : listed) {
             const Key key = Traits::keyOf(*record);
             const auto kept = last.find(key);
-            if ((kept == last.end() || kept->second.added) && there.emplace(key, record).second) {
+            if (kept != last.end() && !kept->second.added) {
+                continue;
+            }
+            // The list may be from before the notice, and from before what the notice tells took over the
+            // key.
+            if (there.emplace(key, kept == last.end() ? record : kept->second.record).second) {
                 order.push_back(key);
             }
         }

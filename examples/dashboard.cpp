@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 
+#include "Printable.h"
 #include "Program.h"
 
 namespace {
@@ -26,15 +27,6 @@ std::string freeSpace(const std::string& folder) {
     }
     return std::to_string(static_cast<unsigned long long>(space.f_bavail) * space.f_frsize >> 20) +
            " MiB free";
-}
-
-/** A label may hold any bytes: a control character must not reach the terminal. */
-std::string printable(const char* text) {
-    std::string shown = text;
-    for (char& letter : shown) {
-        letter = static_cast<unsigned char>(letter) < ' ' || letter == 0x7f ? '?' : letter;
-    }
-    return shown;
 }
 
 /** From the client's thread and, once, from the main one. */

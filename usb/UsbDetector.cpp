@@ -12,7 +12,8 @@ namespace usb {
 
 using android::sp;
 
-UsbDetector::UsbDetector(nsecs_t debounce) : mDetector(new UsbDetectorImpl(debounce)) {
+UsbDetector::UsbDetector(nsecs_t debounce, nsecs_t stopLimit)
+    : mDetector(new UsbDetectorImpl(debounce, stopLimit)) {
     mDetector->makeQueue();
 }
 

@@ -41,8 +41,11 @@ class UsbDetector : public virtual android::RefBase {
         kRoleSwitchPlain = 2,
     };
 
-    /** Starts nothing. @param debounce  see kDebounce; a seam for tests */
-    explicit UsbDetector(nsecs_t debounce = kDebounce);
+    /** What stop() waits at most, in nanoseconds, for a handler that does not return. */
+    static constexpr nsecs_t kStopLimit = 10000000000;
+
+    /** Starts nothing. @param debounce  see kDebounce @param stopLimit  see kStopLimit; seams for tests */
+    explicit UsbDetector(nsecs_t debounce = kDebounce, nsecs_t stopLimit = kStopLimit);
 
     /** Sets who hears of every hot-plug event; may be null. Before start only. */
     void setHandler(const android::sp<UsbDetectorHandlerItf>& handler);
@@ -55,16 +58,17 @@ class UsbDetector : public virtual android::RefBase {
 
     /**
      * Starts the threads; devices that are present already are reported as soon as the first scan finds them.
-     * Any thread but a handler's. Does nothing on a running detector.
+     * Any thread. Does nothing on a running detector.
      */
     void start();
 
     /**
-     * Ends the threads and forgets all devices, without reporting them as gone. Any thread but a handler's;
-     * may be called from inside a notification.
+     * Ends the threads and forgets all devices, without reporting them as gone. Any thread; may be called
+     * from inside a notification.
      *
      * Takes a second at most, the longest wait for an event; longer while a handler or a transfer to a device
-     * is under way. A notification that does not return is not waited for beyond MessageQueue::kStopLimit.
+     * is under way. A handler that does not return is not waited for beyond kStopLimit, a notification not
+     * beyond MessageQueue::kStopLimit, and neither when it calls itself: its thread ends when it returns.
      */
     void stop();
 

@@ -9,8 +9,8 @@ namespace usb {
  * Hears of each single hot-plug event, before the detector has settled what it means.
  *
  * Both operations run on the detector's event thread, outside of libusb's event handling: synchronous
- * transfers are allowed. While one runs no further event is taken up, and UsbDetector::stop() waits for it.
- * They must not start or stop the detector.
+ * transfers are allowed. While one runs no further event is taken up, and UsbDetector::stop() waits for it,
+ * within a bound: they, or who they wait for, may stop and start the detector.
  *
  * Both arguments are untyped and valid for the length of the call: the libusb_context and the libusb_device.
  */

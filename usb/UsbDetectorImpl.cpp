@@ -70,7 +70,8 @@ const UsbDetectorImpl::HotplugSide UsbDetectorImpl::kAttachSide = {
 const UsbDetectorImpl::HotplugSide UsbDetectorImpl::kDetachSide = {
     &UsbDetectorHandlerItf::onDetach, "hotplug_callback_detach", 430, 459, 5, false};
 
-UsbDetectorImpl::UsbDetectorImpl(nsecs_t debounce) : mDebounce(debounce) {}
+UsbDetectorImpl::UsbDetectorImpl(nsecs_t debounce, nsecs_t stopLimit)
+    : mDebounce(debounce), mStopLimit(stopLimit) {}
 
 void UsbDetectorImpl::makeQueue() {
     mMessageQueue = new MessageQueue(new Handler(this), kQueueTimeoutMillis, "UsbDetectorQueue");
@@ -81,7 +82,7 @@ void UsbDetectorImpl::dissolve() {
     stop();
     Mutex::Autolock transition(mTransitionLock);
     if (mHasThread) {
-        // The event thread itself lets go of the detector: it ends on its own.
+        // The event thread itself lets go of the detector, or a handler holds it: it ends on its own.
         pthread_detach(mThread);
         mHasThread = false;
     }
@@ -120,9 +121,17 @@ void UsbDetectorImpl::start() {
     if (mStop == 0) {
         return;
     }
+    startQueue();
+    if (keepEventThread()) {
+        return;
+    }
     joinEventThread();
     mStop = 0;
-    startQueue();
+    mStartsAnew = false;
+    {
+        Mutex::Autolock lock(mEndLock);
+        mEnded = false;
+    }
     // The thread's own reference.
     incStrong(this);
     const int ret = pthread_create(&mThread, nullptr, eventThread, this);
@@ -145,12 +154,37 @@ void UsbDetectorImpl::stop() {
     wakeEventThread();
     joinEventThread();
     mMessageQueue->stop();
+    forgetDevices();
+}
 
+void UsbDetectorImpl::forgetDevices() {
     // Records may be the last of their kind; they go after the lock.
     android::SortedVector<sp<UsbDevice>> records;
     Mutex::Autolock lock(mLock);
+    // None are left but when the event thread could not be waited for: it gives them back with its context.
+    for (libusb_device* device : mDeviceList) {
+        mLeftDevices.add(device);
+    }
     mDeviceList.clear();
     std::swap(records, mUsbDeviceList);
+}
+
+bool UsbDetectorImpl::isEventThread() const {
+    return mHasThread && pthread_equal(mThread, pthread_self()) != 0;
+}
+
+/** Has a thread that was told to end and is held by its handler begin anew; false when there is none. */
+bool UsbDetectorImpl::keepEventThread() {
+    if (!mHasThread) {
+        return false;
+    }
+    Mutex::Autolock lock(mEndLock);
+    if (mEnded) {
+        return false;
+    }
+    mStartsAnew = true;
+    mStop = 0;
+    return true;
 }
 
 /** Ends the wait for events; a thread that is before its first wait sees mStop. */
@@ -165,12 +199,30 @@ void UsbDetectorImpl::joinEventThread() {
     if (!mHasThread) {
         return;
     }
+    if (!isEventThread() && !waitForEnd()) {
+        ALOGW("the event thread is held by a handler, it stops when that returns");
+        return;
+    }
     // A handler that stops the detector runs on the thread itself, which whoever comes next joins.
-    if (pthread_equal(mThread, pthread_self()) != 0 || pthread_join(mThread, nullptr) != 0) {
+    if (isEventThread() || pthread_join(mThread, nullptr) != 0) {
         logCheckFailed("stop", 1005);
         return;
     }
     mHasThread = false;
+}
+
+/** Returns false when the limit passed: a client that a handler calls may itself wait for this very stop. */
+bool UsbDetectorImpl::waitForEnd() {
+    const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + mStopLimit;
+    Mutex::Autolock lock(mEndLock);
+    while (!mEnded) {
+        const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+        if (left <= 0) {
+            return false;
+        }
+        mEnd.waitRelative(mEndLock, left);
+    }
+    return true;
 }
 
 size_t UsbDetectorImpl::count() const {
@@ -236,17 +288,32 @@ void* UsbDetectorImpl::eventThread(void* detector) {
     const sp<UsbDetectorImpl> self = static_cast<UsbDetectorImpl*>(detector);
     self->decStrong(detector);
     pthread_setname_np(pthread_self(), LOG_TAG);
-    self->runEvents();
+    do {
+        self->runEvents();
+    } while (self->beginsAnew());
     return nullptr;
+}
+
+/** Whether a start came while the thread could not end; if not, this is its end. */
+bool UsbDetectorImpl::beginsAnew() {
+    Mutex::Autolock lock(mEndLock);
+    if (mStartsAnew.exchange(false) && mStop == 0) {
+        return true;
+    }
+    mEnded = true;
+    mEnd.broadcast();
+    return false;
 }
 
 void UsbDetectorImpl::runEvents() {
     libusb_context* const context = openContext();
     SERVICE_ASSERT(context != nullptr, "detector->usb_ctx", LOG_TAG);
+    // What a scan has listed after a stop that did not wait is of the context before.
+    forgetDevices();
     mContext.open(context);
     // The devices that were there before.
     schedule(Handler::kMessageUpdate, 0);
-    while (mStop == 0) {
+    while (isCurrent()) {
         // One second; as 1,000,000 microseconds libusb would refuse it.
         timeval tv = {1, 0};
         const int result = libusb_handle_events_timeout(context, &tv);
@@ -303,10 +370,14 @@ void UsbDetectorImpl::closeContext(libusb_context* context) {
     for (const HotplugEvent& event : takeEvents()) {
         libusb_unref_device(event.device);
     }
-    DeviceSet devices;
+    Vector<libusb_device*> devices;
     {
         Mutex::Autolock lock(mLock);
-        std::swap(devices, mDeviceList);
+        std::swap(devices, mLeftDevices);
+        for (libusb_device* device : mDeviceList) {
+            devices.add(device);
+        }
+        mDeviceList.clear();
     }
     for (libusb_device* device : devices) {
         libusb_unref_device(device);
@@ -342,7 +413,7 @@ void UsbDetectorImpl::handleEvents(libusb_context* context) {
     for (Vector<HotplugEvent> events = takeEvents(); !events.isEmpty(); events = takeEvents()) {
         for (const HotplugEvent& event : events) {
             const bool arrived = event.event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
-            if (mStop == 0) {
+            if (isCurrent()) {
                 handleEvent(context, event.device, arrived ? kAttachSide : kDetachSide);
             }
             libusb_unref_device(event.device);
@@ -408,8 +479,9 @@ void UsbDetectorImpl::handleHub(libusb_device* device, const libusb_device_descr
 
 /** Posts @p message in place of one that is pending. */
 void UsbDetectorImpl::schedule(int message, nsecs_t delay) {
-    // A handler that stopped the detector may have left a queue that takes no messages.
-    if (mStop != 0) {
+    // A stop that did not wait for the handler may have left a queue that takes no messages; and after a new
+    // start, the first scan is the new context's.
+    if (!isCurrent()) {
         return;
     }
     mMessageQueue->removeMessage(message);
@@ -421,7 +493,7 @@ void UsbDetectorImpl::schedule(int message, nsecs_t delay) {
 }
 
 void UsbDetectorImpl::cancel(int message) {
-    if (mStop == 0) {
+    if (isCurrent()) {
         mMessageQueue->removeMessage(message);
     }
 }

@@ -3,9 +3,11 @@
 
 #include <libusb-1.0/libusb.h>
 #include <pthread.h>
+#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/SortedVector.h>
+#include <utils/Timers.h>
 #include <utils/Vector.h>
 
 #include <atomic>
@@ -32,7 +34,7 @@ namespace usb {
  */
 class UsbDetectorImpl : public virtual android::RefBase {
   public:
-    explicit UsbDetectorImpl(nsecs_t debounce);
+    UsbDetectorImpl(nsecs_t debounce, nsecs_t stopLimit);
 
     /** Makes the queue, which refers back: to be called once, when someone holds this object. */
     void makeQueue();
@@ -84,9 +86,16 @@ class UsbDetectorImpl : public virtual android::RefBase {
 
     void startQueue();
     void wakeEventThread();
+    bool isEventThread() const REQUIRES(mTransitionLock);
+    bool keepEventThread() REQUIRES(mTransitionLock);
     void joinEventThread() REQUIRES(mTransitionLock);
+    bool waitForEnd();
+    bool beginsAnew();
+    void forgetDevices();
 
     void runEvents();
+    /** False when the thread's context is to end, for good or for a new one. */
+    bool isCurrent() const { return mStop == 0 && !mStartsAnew; }
     libusb_context* openContext();
     int registerHotplug(libusb_context* context);
     void closeContext(libusb_context* context);
@@ -113,25 +122,37 @@ class UsbDetectorImpl : public virtual android::RefBase {
     android::sp<UsbDevice> findByDeviceLocked(libusb_device* device) const REQUIRES(mLock);
 
     const nsecs_t mDebounce;
+    const nsecs_t mStopLimit;
     UsbContext mContext;
     /** 1 while the event thread is to end or there is none. */
     std::atomic<int> mStop{1};
+    /** The thread was told to end and, before it did, to go on: with a new context. */
+    std::atomic<bool> mStartsAnew{false};
     /** Event thread only. */
     libusb_hotplug_callback_handle mAttachHandle = 0;
     libusb_hotplug_callback_handle mDetachHandle = 0;
     /**
      * Serialises start() and stop(), and guards the event thread's handle. Taken before every other lock and
-     * held while threads are joined: neither thread may wait for it but by calling stop() itself.
+     * held while threads are waited for, within bounds: either may wait for it.
      */
     android::Mutex mTransitionLock;
     /** Of meaning only while mHasThread. */
     pthread_t mThread GUARDED_BY(mTransitionLock) = 0;
     bool mHasThread GUARDED_BY(mTransitionLock) = false;
 
+    /** Guards mEnded, and makes it one with the decision to begin anew. */
+    android::Mutex mEndLock;
+    /** The event thread has decided to end. */
+    bool mEnded GUARDED_BY(mEndLock) = false;
+    /** Signalled when mEnded becomes true. */
+    android::Condition mEnd;
+
     /** Guards the lists, the numbers given to devices, and whom to call; nothing is called with it held. */
     mutable android::Mutex mLock;
     /** What the last scan found, each with a reference of its own. */
     DeviceSet mDeviceList GUARDED_BY(mLock);
+    /** What was in mDeviceList when a stop did not wait for the event thread, with the references. */
+    android::Vector<libusb_device*> mLeftDevices GUARDED_BY(mLock);
     /** What is reported as attached. Each entry's device is in mDeviceList as long as the context lives. */
     android::SortedVector<android::sp<UsbDevice>> mUsbDeviceList GUARDED_BY(mLock);
     uint32_t mNextId GUARDED_BY(mLock) = 1;

@@ -22,8 +22,8 @@ class UsbUeventObserverNotifier;
  *
  * The host notifier is called on the detector's queue thread ("UsbDetectorQueue"). The manager notifier is
  * called there too, and by the test mode on the detector's event thread or on "UsbTestQueue". Neither is
- * called with a lock of the manager's held: both may call any operation. In a certification mode the manager
- * notifier must not start or stop the manager, nor wait for a thread that does, which waits for it.
+ * called with a lock of the manager's held: both may call any operation, or wait for a thread that does. One
+ * that keeps the event thread while the manager is stopped is waited for within UsbDetector::kStopLimit.
  *
  * Uevents are heard from construction on, whether the manager is started or not, as long as the uevent
  * observer is.
@@ -41,8 +41,8 @@ class UsbManagerImpl : public UsbManagerImplItf {
     /**
      * @copydoc UsbManagerItf::shutdown
      *
-     * Waits for the detector's event thread, about a second, and for the queue threads within the bound of
-     * MessageQueue::stop(). May be called from inside a notification of the host notifier.
+     * Waits for the detector's event thread, about a second, and for the queue threads, within the bounds of
+     * UsbDetector::stop() and MessageQueue::stop(). May be called from inside a notification.
      */
     int shutdown() override;
 

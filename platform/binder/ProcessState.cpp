@@ -28,8 +28,10 @@ constexpr size_t kReceiveAreaSize = size_t{1024} * 1024;
 constexpr int32_t kServiceManagerHandle = 0;
 constexpr size_t kThreadNameSize = 16;
 
+}  // namespace
+
 /** A thread of the pool: serves requests until the driver has no more use for it. */
-class PoolThread : public Thread {
+class ProcessState::PoolThread : public Thread {
   public:
     PoolThread(bool isMain, int number) : Thread(false), mIsMain(isMain), mNumber(number) {}
 
@@ -38,6 +40,7 @@ class PoolThread : public Thread {
         char name[kThreadNameSize];
         snprintf(name, sizeof(name), "Binder:%d_%X", getpid(), static_cast<unsigned>(mNumber));
         pthread_setname_np(pthread_self(), name);
+        ProcessState::self()->awaitDriver();
         IPCThreadState::self()->joinThreadPool(mIsMain);
         return false;
     }
@@ -45,8 +48,6 @@ class PoolThread : public Thread {
     const bool mIsMain;
     const int mNumber;
 };
-
-}  // namespace
 
 sp<ProcessState> ProcessState::self() {
     static ProcessState* const sSelf = [] {
@@ -168,8 +169,21 @@ int ProcessState::driver() {
     Mutex::Autolock lock(mDriverLock);
     if (mDriver < 0) {
         mDriver = openLocked();
+        if (mDriver >= 0) {
+            mDriverOpened.broadcast();
+        }
     }
     return mDriver;
+}
+
+void ProcessState::awaitDriver() {
+    if (driver() >= 0) {
+        return;
+    }
+    Mutex::Autolock lock(mDriverLock);
+    while (mDriver == kNotOpen) {
+        mDriverOpened.wait(mDriverLock);
+    }
 }
 
 int ProcessState::openLocked() {

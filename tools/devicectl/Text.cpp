@@ -16,9 +16,10 @@ struct Range {
 };
 
 /** Code points that move the cursor, change the terminal's state or reorder what is shown around them. */
-constexpr std::array<Range, 6> kUnsafe{{
+constexpr std::array<Range, 7> kUnsafe{{
     {0x0000, 0x001F},
     {0x007F, 0x009F},
+    {0x061C, 0x061C},
     {0x200E, 0x200F},
     {0x2028, 0x202E},
     {0x2066, 0x2069},

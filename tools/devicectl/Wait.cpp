@@ -176,7 +176,8 @@ std::optional<std::string> Wait::lookForVolume(const sp<IBinder>& service) {
     sp<VolumeItf> found;
     for (const sp<VolumeItf>& volume : listVolumes(*interface_cast<IVolumeManager>(service))) {
         const bool byName = volume->getName() == wanted.c_str();
-        if (!byName && volume->getLabel() != wanted.c_str()) {
+        const bool byLabel = isKnown(volume->getLabel()) && volume->getLabel() == wanted.c_str();
+        if (!byName && !byLabel) {
             continue;
         }
         isListed = true;

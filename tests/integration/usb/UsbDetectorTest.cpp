@@ -29,6 +29,8 @@ using usb::UsbDeviceItf;
 
 constexpr const char* kTag = "UsbDetector";
 constexpr nsecs_t kShort = 5000000;
+/** A limit for handlers that are known not to return. */
+constexpr nsecs_t kShortLimit = 50000000;
 /** A debounce that never passes in a test. */
 constexpr nsecs_t kNever = 3600000000000;
 
@@ -78,6 +80,12 @@ class UsbDetectorTest : public ::testing::Test {
     void startEmpty() {
         start();
         ASSERT_TRUE(logged(warning("skip root usb hub[9]\n")));
+    }
+
+    /** Stops a detector of a limit that a loaded machine may pass. */
+    void stopInTheEnd() {
+        mDetector->stop();
+        ASSERT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
     }
 
     static UsbFaults& faults() { return UsbFaults::instance(); }
@@ -215,7 +223,7 @@ TEST_F(UsbDetectorTest, WorksWithoutHandlersAndNotifier) {
 }
 
 TEST_F(UsbDetectorTest, MessagesBecomeEvents) {
-    const sp<usb::UsbDetectorImpl> detector = new usb::UsbDetectorImpl(kShort);
+    const sp<usb::UsbDetectorImpl> detector = new usb::UsbDetectorImpl(kShort, UsbDetector::kStopLimit);
     const sp<usb::UsbDetectorMessageHandler> handler = new usb::UsbDetectorMessageHandler(detector);
     handler->handleMessage(android::Message(5));
     handler->handleMessage(android::Message(6));
@@ -1181,6 +1189,150 @@ TEST_F(UsbDetectorTest, HandlerThatStopsIsNotWaitedFor) {
     mDetector->start();
     EXPECT_TRUE(mNotifier->waitForAttached(1));
     EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 1; }));
+}
+
+TEST_F(UsbDetectorTest, HandlerThatStopsLeavesNoReference) {
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    std::atomic<bool> stops{true};
+    mHandler->hook = [this, &stops](const HandlerRecorder::Call& /*call*/) {
+        if (stops.exchange(false)) {
+            mDetector->stop();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_EQ(0, faults().referencesAtExit);
+}
+
+TEST_F(UsbDetectorTest, HandlerMayStopAndStart) {
+    // What a client does that starts the manager anew when it hears of a finding.
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    Gate restarted;
+    std::atomic<bool> first{true};
+    mHandler->hook = [this, &restarted, &first](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            mDetector->stop();
+            mDetector->start();
+            restarted.open();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(restarted.wait());
+    ASSERT_TRUE(mNotifier->waitForAttached(3)) << "both, found by the first scan of the new start";
+    EXPECT_EQ(0, faults().referencesAtExit) << "of the context before";
+    EXPECT_TRUE(eventually([this] { return mDetector->count() == 2; }));
+    mBed.unplug("1-2");
+    ASSERT_TRUE(mNotifier->waitForDetached(1));
+    EXPECT_EQ(contexts + 1, faults().contexts);
+    EXPECT_EQ(1, countThreads("UsbDetector"));
+
+    mDetector->stop();
+    EXPECT_EQ(contexts, faults().contexts);
+    EXPECT_EQ(0, faults().referencesAtExit);
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(3U, mNotifier->attached().size());
+}
+
+TEST_F(UsbDetectorTest, HandlerMayWaitForTheStop) {
+    // What a client does that hears of a finding and has another of its threads shut the manager down.
+    mDetector = new UsbDetector(kShort, kShortLimit);
+    mDetector->setHandler(mHandler);
+    mDetector->setNotifier(mNotifier);
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    std::atomic<bool> first{true};
+    std::atomic<bool> returned{false};
+    Gate over;
+    std::thread stopper;
+    mHandler->hook = [&](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            Gate stopped;
+            stopper = std::thread([this, &stopped] {
+                mDetector->stop();
+                stopped.open();
+            });
+            returned = stopped.wait();
+            over.open();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(over.wait());
+    stopper.join();
+    EXPECT_TRUE(returned) << "while the handler waited for it";
+    EXPECT_EQ(1U, countLogged(warning("the event thread is held by a handler, it stops when that returns")));
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(0U, mDetector->count());
+    EXPECT_EQ(0, faults().referencesAtExit);
+    EXPECT_EQ(contexts, faults().contexts);
+
+    mDetector->start();
+    EXPECT_TRUE(mNotifier->waitForAttached(3)) << "both again";
+    EXPECT_EQ(1, countThreads("UsbDetector"));
+    stopInTheEnd();
+}
+
+TEST_F(UsbDetectorTest, HandlerMayOutlastAStopAndAStart) {
+    mDetector = new UsbDetector(kShort, kShortLimit);
+    mDetector->setHandler(mHandler);
+    mDetector->setNotifier(mNotifier);
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    const int contexts = faults().contexts;
+    std::atomic<bool> first{true};
+    Gate entered;
+    Gate leave;
+    mHandler->hook = [&](const HandlerRecorder::Call& /*call*/) {
+        if (first.exchange(false)) {
+            entered.open();
+            leave.wait();
+        }
+    };
+    start();
+    ASSERT_TRUE(mNotifier->waitForAttached(1));
+    mBed.plug("1-2", UsbDeviceSpec::stick());
+    ASSERT_TRUE(entered.wait());
+    for (int round = 0; round < 3; ++round) {
+        mDetector->stop();
+        EXPECT_EQ(0U, mDetector->count());
+        mDetector->start();
+    }
+    leave.open();
+    ASSERT_TRUE(mNotifier->waitForAttached(3)) << "both again";
+    EXPECT_EQ(0, faults().referencesAtExit) << "of the context before";
+    EXPECT_EQ(contexts + 1, faults().contexts);
+    EXPECT_EQ(1, countThreads("UsbDetector"));
+    EXPECT_TRUE(eventually([this] { return mDetector->count() == 2; }));
+    stopInTheEnd();
+    EXPECT_EQ(0, faults().referencesAtExit);
+    EXPECT_EQ(contexts, faults().contexts);
+    EXPECT_EQ(3U, mNotifier->attached().size());
+}
+
+TEST_F(UsbDetectorTest, HandlerMayOutlastTheDetector) {
+    mDetector = new UsbDetector(kShort, kShortLimit);
+    mDetector->setHandler(mHandler);
+    const int contexts = faults().contexts;
+    Gate entered;
+    Gate leave;
+    mHandler->hook = [&](const HandlerRecorder::Call& /*call*/) {
+        entered.open();
+        leave.wait();
+    };
+    start();
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    ASSERT_TRUE(entered.wait());
+    mDetector.clear();
+    leave.open();
+    EXPECT_TRUE(eventually([contexts] { return faults().contexts == contexts; }));
+    EXPECT_TRUE(eventually([] { return countThreads("UsbDetector") == 0; }));
+    EXPECT_EQ(0, faults().referencesAtExit);
 }
 
 TEST_F(UsbDetectorTest, NotificationMayOutlastAStopAndAStart) {

@@ -11,6 +11,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tests/integration/usb/TestBed.h"
 #include "tests/integration/usb_manager/AttributeBed.h"
@@ -122,5 +123,32 @@ TEST_F(UsbManagerFindingsTest, FindingsOfTheTestModeAreEvents) {
     odd.deviceClass = 31;
     mBed.plug("1-1", odd);
     ASSERT_TRUE(mEvents->waitFor("event 2 3"));
+    EXPECT_THAT(mEvents->calls(), ElementsAre("event 2 3"));
+}
+
+TEST_F(UsbManagerFindingsTest, AFindingMayHaveTheManagerStartedAnew) {
+    class Restarter : public EventMemory {
+      public:
+        int32_t onEvent(int32_t event, int32_t value) override {
+            const sp<UsbManagerImpl> manager = mManager.promote();
+            manager->shutdown();
+            std::thread([&manager] { manager->startup(); }).join();
+            return EventMemory::onEvent(event, value);
+        }
+        android::wp<UsbManagerImpl> mManager;
+    };
+    const sp<Restarter> restarter = new Restarter();
+    mEvents = restarter;
+    store('T');
+    mManager.clear();
+    make();
+    restarter->mManager = mManager;
+    start();
+    UsbDeviceSpec odd;
+    odd.deviceClass = 31;
+    mBed.plug("1-1", odd);
+    ASSERT_TRUE(mEvents->waitFor("event 2 3"));
+    ASSERT_TRUE(mHost->waitFor("attached " + std::to_string(odd.product))) << "by the new start's first scan";
+    EXPECT_EQ(1, countThreads("UsbDetector"));
     EXPECT_THAT(mEvents->calls(), ElementsAre("event 2 3"));
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * The end of the example programs.
+ * The end of the example programs, and what they let through to a terminal.
  */
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <string>
 
+#include "examples/Printable.h"
 #include "examples/Program.h"
 
 namespace {
@@ -59,4 +60,16 @@ TEST(ExampleProgramTest, RunsItsTimeAlsoWhenItIsStoppedMeanwhile) {
     ASSERT_EQ(process, waitpid(process, &status, 0));
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+TEST(ExamplePrintableTest, LetsNoControlCharacterThrough) {
+    EXPECT_EQ("M\xc3\xbcSIC \xe2\x82\xac \xc2\xa9", printable("M\xc3\xbcSIC \xe2\x82\xac \xc2\xa9"));
+    EXPECT_EQ("?[2J?", printable("\x1b[2J\x7f"));
+    EXPECT_EQ("?2J", printable("\xc2\x9b"
+                               "2J"))
+        << "an escape sequence in one character";
+    EXPECT_EQ("?2J", printable("\x9b"
+                               "2J"));
+    EXPECT_EQ("??", printable("\xc2\x80\xc2\x9f"));
+    EXPECT_EQ("\xc2", printable("\xc2"));
 }

@@ -126,6 +126,20 @@ TEST(PictureTest, WhatWasReplacedWhileTheListWasReadIsToldOnce) {
     EXPECT_THAT(textOf(picture.notice(true, thing("a", 2))), IsEmpty());
 }
 
+/** Once the record of the list was told, and stood for good: no further notice speaks of the thing. */
+TEST(PictureTest, WhatTookOverAKeyAfterItWasListedIsToldAsItIs) {
+    Picture picture;
+    picture.beginReading();
+    picture.notice(false, thing("a"));
+    picture.notice(true, thing("a", 2));
+    EXPECT_THAT(textOf(picture.endReading({thing("a")})), ElementsAre("+a2"));
+
+    picture.beginReading();
+    picture.notice(false, thing("a", 2));
+    picture.notice(true, thing("a", 3));
+    EXPECT_THAT(textOf(picture.endReading({thing("a", 2)})), ElementsAre("-a2", "+a3"));
+}
+
 TEST(PictureTest, AKnownThingThatWentAndCameBackIsToldBothWays) {
     Picture picture;
     picture.notice(true, thing("a"));

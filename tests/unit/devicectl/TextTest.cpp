@@ -50,6 +50,7 @@ TEST(Text, EscapesWhatATerminalObeys) {
                          "2J"),
               "\\x9b2J");
     EXPECT_EQ(escapeLine("\xe2\x80\xaetxt.exe"), "\\xe2\\x80\\xaetxt.exe") << "turns the direction around";
+    EXPECT_EQ(escapeLine("\xd8\x9c"), "\\xd8\\x9c") << "a mark of direction, too";
     EXPECT_EQ(escapeLine("\xe2\x80\xa8"), "\\xe2\\x80\\xa8") << "ends a line";
     EXPECT_EQ(escapeLine("\xe2\x82"), "\\xe2\\x82");
 }

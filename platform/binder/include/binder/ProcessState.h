@@ -7,6 +7,7 @@
  */
 
 #include <binder/IBinder.h>
+#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
@@ -46,7 +47,9 @@ class ProcessState : public virtual RefBase {
      */
     status_t becomeContextManager(const sp<BBinder>& manager);
 
-    /** Starts the first thread of the pool, which then grows as the driver asks. Repeated calls do nothing.
+    /**
+     * Starts the first thread of the pool, which then grows as the driver asks. Repeated calls do nothing.
+     * Where there is no driver yet, the thread waits until a later call of this process finds one.
      */
     void startThreadPool();
 
@@ -60,11 +63,15 @@ class ProcessState : public virtual RefBase {
     friend class BpBinder;
     friend class IPCThreadState;
 
+    class PoolThread;
+
     ProcessState() = default;
     ~ProcessState() override = default;
 
     /** The driver's descriptor; below 0 without a driver. Opens it when it is not open yet. */
     int driver();
+    /** Waits until a call of some thread has opened the driver; not in a forked child, which never will. */
+    void awaitDriver();
     int openLocked() REQUIRES(mDriverLock);
     static void leaveToParent();
     int failLocked(int fd, const char* what, int error) REQUIRES(mDriverLock);
@@ -77,13 +84,16 @@ class ProcessState : public virtual RefBase {
     sp<BpBinder> proxyOfDeathToken(uint64_t token);
     void removeDeathToken(uint64_t token);
 
+    /** Stands for the descriptor until the driver is open. */
+    static constexpr int kNotOpen = -1;
     /** Stands for the descriptor in a forked child. */
     static constexpr int kLeftToParent = -2;
 
-    /** -1 until the driver is open. Changed once, with mDriverLock held, and in a forked child. */
-    std::atomic<int> mDriver{-1};
+    /** Changed once, with mDriverLock held, and in a forked child. */
+    std::atomic<int> mDriver{kNotOpen};
     /** Serialises the opening and guards mFailureTold and mMaxThreads. Taken inside mLock. */
     Mutex mDriverLock;
+    Condition mDriverOpened;
     bool mFailureTold GUARDED_BY(mDriverLock) = false;
     size_t mMaxThreads GUARDED_BY(mDriverLock) = kDefaultMaxThreads;
 
