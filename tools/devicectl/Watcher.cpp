@@ -118,7 +118,7 @@ int Watcher::takeKeys() {
         return 0;
     }
     std::string_view rest(keys.data(), static_cast<size_t>(count));
-    while (!rest.empty()) {
+    while (!rest.empty() && !mIsOver) {
         const std::string_view key = rest.substr(0, rest.substr(0, 2) == "\x1b[" ? 3 : 1);
         if (key[0] == kCtrlZ) {
             // What was typed behind it is for nobody, as where the terminal stops a job.

@@ -206,6 +206,14 @@ TEST_F(JobControl, CtrlCQuits) {
     expectGivenBack();
 }
 
+TEST_F(JobControl, WhatIsBehindTheEndDoesNotStopIt) {
+    mTerminal.start(watch, Start::kForeground);
+    expectPicture();
+    mTerminal.type("q\x1a");
+    EXPECT_TRUE(hasEnded(mTerminal.awaitStop(), kOk));
+    expectGivenBack();
+}
+
 class JobControlSignal : public JobControl, public testing::WithParamInterface<int> {};
 
 TEST_P(JobControlSignal, EndsWithTheTerminalGivenBack) {
