@@ -73,8 +73,10 @@ int Watcher::draw(const WatchSource& source) {
     mFirst = std::min(mFirst, mLast);
     const auto age = WatchSource::Clock::now() - when;
     const auto silent = age > kFresh ? std::chrono::duration_cast<std::chrono::seconds>(age).count() : 0;
+    // In the last column the erased rest of a full row would take its last character along.
+    const size_t columns = std::max<size_t>(size.columns, 2) - 1;
     return mScreen.show(renderWatch(
-        mFormat, model, {size.rows, size.columns, mFirst, static_cast<unsigned>(silent), clockText()}));
+        mFormat, model, {size.rows, columns, mFirst, static_cast<unsigned>(silent), clockText()}));
 }
 
 int Watcher::await() {
