@@ -182,8 +182,8 @@ TEST_F(JobControl, FollowsTheTerminalsSize) {
     mTerminal.resize(10, 30);
     expectPicture(10, 30);
     EXPECT_EQ(mTerminal.picture().lines.back(), "q quits  j, k and arrows scro");
-    mTerminal.resize(6, 9);
-    expectPicture(6, 9);
+    mTerminal.resize(6, 10);
+    expectPicture(6, 10);
     mTerminal.resize(40, 100);
     expectPicture();
 
