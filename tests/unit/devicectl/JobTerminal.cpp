@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 
 namespace devicectl {
 
@@ -195,6 +198,19 @@ int JobTerminal::awaitStop() {
     const bool isMarked = mMaster >= 0;
     const bool came = readUntil([&] { return mStops > before && (!isMarked || mMarks == mStops); });
     return came ? mStatus : -1;
+}
+
+bool JobTerminal::wasAtRest() const {
+    // The number of the system call under way, or a word where there is none.
+    std::ifstream file("/proc/" + std::to_string(mJob) + "/syscall");
+    std::string number;
+    require(static_cast<bool>(file >> number), "the job's system call");
+#if defined(SYS_poll)
+    if (number == std::to_string(SYS_poll)) {
+        return true;
+    }
+#endif
+    return number == std::to_string(SYS_ppoll);
 }
 
 bool JobTerminal::await(const std::function<bool(const Picture&)>& isShown) {

@@ -64,6 +64,9 @@ class JobTerminal {
      */
     int awaitStop();
 
+    /** Whether the job, which is stopped now, waited in poll() when it was: what it drew before is whole. */
+    bool wasAtRest() const;
+
     /** Waits until @p isShown. @return whether it came in time */
     bool await(const std::function<bool(const Picture&)>& isShown);
 
