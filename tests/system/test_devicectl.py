@@ -526,11 +526,11 @@ class Monitors(ClientTestCase):
         self.assertEqual(0, self.volume_clients())
 
         # "unknown" stands for a label that is not there: it names no volume.
-        self.plug("stick", fs="ext4", label="")
+        unnamed = self.plug("stick", fs="ext4", label="")
         self.answer("wait", "volume", "sdb1")
         late = self.ctl("wait", "volume", "unknown", "--timeout", "2", status=TIMED_OUT)
         self.assertIn("volume unknown not there within 2 s: no such volume is listed", late.error_text)
-        self.unplug("stick2")
+        self.unplug(unnamed.name)
 
         # Listed is not enough: without its mount it is not there. A later daemon mounts on no folder that is there.
         self.addCleanup(self.run_guest, ["sh", "-c", "rmdir /mnt/sda1; rm -f /media/sda1"])
