@@ -319,6 +319,8 @@ class TestBed::Private {
         for (auto& entry : devices) {
             detach(entry.second);
         }
+        // Ends the bed's thread, which may still be told of files that were closed.
+        bed.reset();
     }
 
     void detach(const Device& device) {
@@ -406,7 +408,7 @@ class TestBed::Private {
         waitForListed(device.bus, device.number, false);
         detach(device);
         umockdev_testbed_remove_device(bed.get(), device.path.c_str());
-        devices.erase(name);
+        gone.push_back(std::move(devices.extract(name).mapped()));
     }
 
     void vanish(const std::string& name) {
@@ -455,9 +457,10 @@ class TestBed::Private {
         return found;
     }
 
-    const Owned<UMockdevTestbed> bed;
+    Owned<UMockdevTestbed> bed;
     libusb_context* context = nullptr;
     std::map<std::string, Device> devices;
+    std::vector<Device> gone;  //!< kept: the bed's thread may be about to tell them of a closed file
     std::map<int, int> lastNumber;
 };
 
