@@ -207,6 +207,23 @@ class Exports(unittest.TestCase):
                 self.assertEqual([soname], re.findall(r"SONAME.*\[(.*)\]", run(["readelf", "-d", str(library)])))
 
 
+class Papers(unittest.TestCase):
+    """What an application's developer reads, and writes his own after."""
+
+    def test_the_examples_are_installed(self) -> None:
+        folder = stage.prefix / "share/doc/libdeviceservice-dev/examples"
+        sources = {path.relative_to("examples"): path for path in tree.files(below=["examples"])}
+        self.assertGreater(len(sources), 4)
+        self.assertEqual(set(sources), {path.relative_to(folder) for path in folder.rglob("*")})
+        for name, source in sources.items():
+            self.assertEqual(tree.text_of(source), (folder / name).read_text(), name)
+
+    def test_the_schema_is_where_the_manual_says(self) -> None:
+        manual = (stage.prefix / "share/man/man1/devicectl.1").read_text()
+        place = re.search(r"^\.It Pa /usr/(\S+\.schema\.json)$", manual, re.MULTILINE)[1]
+        self.assertEqual(tree.text_of(Path("docs/devicectl.schema.json")), (stage.prefix / place).read_text())
+
+
 class Programs(unittest.TestCase):
     def moved(self) -> Path:
         """The installed tree, in another place than the one that it was made for."""
