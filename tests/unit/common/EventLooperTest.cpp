@@ -194,6 +194,20 @@ TEST_F(EventLooperTest, StartRightAfterAStopFromInsideACallback) {
     }
 }
 
+// The start found the thread running still, did nothing, and the thread ended after it.
+TEST_F(EventLooperTest, StartDuringACallbackThatHasStopped) {
+    mThread->start();
+    std::thread starter;
+    ASSERT_TRUE(runOnLooper([&] {
+        mThread->stop();
+        starter = std::thread([this] { mThread->start(); });
+        // Gives the other the time to find this thread running.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }));
+    starter.join();
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
 TEST_F(EventLooperTest, ConcurrentStartsAndStopsEnd) {
     std::vector<std::thread> threads;
     threads.reserve(3);
