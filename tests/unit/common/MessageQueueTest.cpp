@@ -306,6 +306,8 @@ TEST_F(HeldQueueTest, RemovesAllOfOneCodeOfAnotherHandler) {
     mQueue->sendMessageDelayed(mOther, 1, kMillisecond);
     mQueue->sendMessage(1);
     mQueue->removeMessage(mOther, 1);
+    // Had it stayed, the delayed one would be due by now.
+    std::this_thread::sleep_for(milliseconds(5));
     ASSERT_TRUE(release());
     EXPECT_THAT(mOther->messages(), ElementsAre(2));
     EXPECT_THAT(mOwn->messages(), ElementsAre(1));
