@@ -462,6 +462,24 @@ TEST_F(DeviceServiceTest, RemovalTakesTheDeathLinkBack) {
     EXPECT_TRUE(mLog.take("IDeviceManager").empty());
 }
 
+// Entries that stayed would be few in a test and many in years of clients that come and go.
+TEST_F(DeviceServiceTest, WhoGoesLeavesNothingInTheFanOut) {
+    auto* const fanOut = dynamic_cast<device::DeviceManagerNotifierProxy*>(mCore->mNotifier.get());
+    ASSERT_NE(nullptr, fanOut);
+    const sp<LoopbackBinder> dies = remoteNotifier(new Recorder());
+    const sp<LoopbackBinder> leaves = remoteNotifier(mRecorder);
+    const sp<LoopbackBinder> dead = remoteNotifier(new Recorder());
+    dead->die();
+    add(dies, kClient);
+    add(leaves, kOther);
+    add(dead, kOther + 1);
+    EXPECT_EQ(2U, fanOut->size());
+    dies->die();
+    EXPECT_EQ(1U, fanOut->size());
+    remove(leaves, kOther);
+    EXPECT_EQ(0U, fanOut->size());
+}
+
 TEST_F(DeviceServiceTest, DropsAClientThatDies) {
     const sp<LoopbackBinder> dies = remoteNotifier(mRecorder);
     const sp<Recorder> other = new Recorder();
