@@ -518,6 +518,19 @@ TEST_F(DeviceServiceTest, LateNoticeSparesANewClientWithTheSamePid) {
     EXPECT_EQ(1U, mRecorder->calls().size());
 }
 
+// As above, with the notice under way already as the first registration goes: its recipient lives still.
+TEST_F(DeviceServiceTest, ANoticeUnderWaySparesANewClientWithTheSamePid) {
+    add(remoteNotifier(mRecorder), kClient);
+    const sp<IBinder::DeathRecipient> former =
+        new device::DeviceManagerNotifierDeathRecipient(mService, kClient);
+    former->binderDied(wp<IBinder>());
+    EXPECT_THAT(mLog.take("IDeviceManager"),
+                ElementsAre(LogLine{ANDROID_LOG_WARN, "IDeviceManager", "Application PID[1001] die"}));
+    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
+    mCore->mNotifier->onEvent(1, 2);
+    EXPECT_EQ(1U, mRecorder->calls().size());
+}
+
 // The entry of a client that was dead before it was linked stayed for ever, and its pid with it.
 TEST_F(DeviceServiceTest, DropsAClientThatIsDeadAlready) {
     const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
