@@ -554,6 +554,37 @@ TEST_F(DeviceServiceTest, ANotifierMayBeRemovedAndDumpedWhileAClientIsCalled) {
     EXPECT_THAT(mRecorder->calls(), ElementsAre("event 1 2"));
 }
 
+TEST_F(DeviceServiceTest, ManyClientsComeGoAndDieAtOnce) {
+    constexpr int kClients = 4;
+    constexpr int kRounds = 100;
+    std::vector<std::thread> clients;
+    clients.reserve(kClients);
+    for (int client = 0; client < kClients; ++client) {
+        clients.emplace_back([this, pid = kClient + client] {
+            for (int round = 0; round < kRounds; ++round) {
+                const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
+                add(notifier, pid);
+                if (round % 2 == 0) {
+                    notifier->die();
+                } else {
+                    remove(notifier, pid);
+                }
+            }
+        });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        mCore->mNotifier->onEvent(1, round);
+        EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size["));
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    EXPECT_EQ("-[device.DeviceManager]-\nnotifier size[0]\n", dump({"notifier"}));
+    const size_t heard = mRecorder->calls().size();
+    mCore->mNotifier->onEvent(1, 2);
+    EXPECT_EQ(heard, mRecorder->calls().size());
+}
+
 TEST_F(DeviceServiceTest, GoesWithItsClients) {
     const wp<BnDeviceManager> service = mService;
     const wp<Recorder> recorder = mRecorder;
