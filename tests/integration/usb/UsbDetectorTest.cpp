@@ -7,6 +7,8 @@
 #include <libusb-1.0/libusb.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <thread>
@@ -165,6 +167,23 @@ TEST_F(UsbDetectorTest, ReportsArrivalAndRemoval) {
               mLog.take(kTag));
     EXPECT_EQ(0U, mDetector->count());
     EXPECT_EQ(1U, device->getBusNumber()) << "the record outlives its device";
+}
+
+TEST_F(UsbDetectorTest, TheRecordComesBeforeTheReportAndGoesBeforeIt) {
+    const std::filesystem::path record = std::filesystem::path(getenv("VELTA_PPS_DIR")) / "usbdev.bus.1.dev";
+    std::atomic<bool> atAttach{false};
+    std::atomic<bool> atDetach{true};
+    mNotifier->setAttachHook([&](const sp<UsbDeviceItf>&) { atAttach = exists(record); });
+    mNotifier->setDetachHook([&](const sp<UsbDeviceItf>&) { atDetach = exists(record); });
+    startEmpty();
+    // A test before this one may have stopped with its device attached.
+    remove(record);
+    mBed.plug("1-1", UsbDeviceSpec::stick());
+    ASSERT_TRUE(logged(info("notify attach\n")));
+    EXPECT_TRUE(atAttach);
+    mBed.unplug("1-1");
+    ASSERT_TRUE(logged(info("notify dettach\n")));
+    EXPECT_FALSE(atDetach);
 }
 
 TEST_F(UsbDetectorTest, HandlersHearOfEveryEventOnTheEventThread) {
