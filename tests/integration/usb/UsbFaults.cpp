@@ -87,7 +87,7 @@ bool isTurnOf(std::atomic<int>& countdown) {
 extern "C" {
 
 int __real_libusb_init(libusb_context** context);
-int __real_libusb_set_option(libusb_context* context, libusb_option option, ...);
+int __real_libusb_set_option(libusb_context* context, int option, ...);
 void __real_libusb_hotplug_deregister_callback(libusb_context* context,
                                                libusb_hotplug_callback_handle handle);
 void __real_libusb_exit(libusb_context* context);
@@ -124,7 +124,8 @@ int __wrap_libusb_init(libusb_context** context) {
     return __real_libusb_init(context);
 }
 
-int __wrap_libusb_set_option(libusb_context* context, libusb_option option, ...) {
+// The option as what it is promoted to, of which va_start may take the last.
+int __wrap_libusb_set_option(libusb_context* context, int option, ...) {
     va_list arguments;
     va_start(arguments, option);
     const int level = va_arg(arguments, int);
