@@ -170,7 +170,7 @@ void __wrap_libusb_hotplug_deregister_callback(libusb_context* context,
 int __wrap_libusb_handle_events_timeout(libusb_context* context, timeval* wait) {
     const bool blocking = wait->tv_sec > 0;  // the bed's own waits are short
     const int fault = blocking ? faults().handleEventsResult.exchange(0) : 0;
-    faults().noteStep(stepOf("wait", {wait->tv_sec, wait->tv_usec}));
+    faults().noteStep(stepOf("wait", {static_cast<long>(wait->tv_sec), static_cast<long>(wait->tv_usec)}));
     return fault != 0 ? fault : __real_libusb_handle_events_timeout(context, wait);
 }
 
