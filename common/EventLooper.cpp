@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#define LOG_TAG "EventLooper"
+
 #include "common/EventLooper.h"
 
 #include <linux/sched.h>
+#include <log/log.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -18,6 +21,9 @@ using android::status_t;
 namespace {
 
 constexpr char kThreadName[] = "EventLooper";
+/** For a thread that the system refuses, five seconds in all. */
+constexpr int kStartAttempts = 50;
+constexpr useconds_t kStartRetryMicros = 100000;
 /** On the scale of nice(1): ahead of the threads that deliver, behind what the unit gives real-time priority.
  */
 constexpr int kNiceness = -10;
@@ -64,7 +70,15 @@ void EventLooper::start() {
         // Asked to end from inside a call-back: it may not have got there yet.
         join();
     }
-    run(kThreadName, 0, 0);
+    // What the system is short of now (tasks, memory) it may have a moment later, and nobody would start the
+    // thread again: the managers would be started and hear of nothing.
+    for (int attempt = 1; run(kThreadName, 0, 0) != android::OK && !isRunning(); ++attempt) {
+        if (attempt == kStartAttempts) {
+            ALOGE("the system refuses the thread, no event is heard");
+            return;
+        }
+        usleep(kStartRetryMicros);
+    }
 }
 
 void EventLooper::stop() {

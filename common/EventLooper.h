@@ -25,7 +25,8 @@ class EventLooper : virtual public android::Thread {
     EventLooper(const android::sp<android::Looper>& looper, int timeoutMillis);
 
     /**
-     * Starts the thread; does nothing when it runs.
+     * Starts the thread; does nothing when it runs. A thread that the system refuses is tried again for five
+     * seconds, and then given up with an error line.
      *
      * Any thread but the EventLooper thread itself. Aborts (on the new thread) should that thread own a
      * looper already.

@@ -92,6 +92,7 @@ void IPCThreadState::joinThreadPool(bool isMain) {
     mIsPooled = true;
     for (;;) {
         processPending();
+        ProcessState::self()->startMissingThreads();
         const status_t status = talkWithDriver();
         if (status != OK) {
             ALOGE("thread leaves the pool: %s", strerror(-status));
@@ -130,6 +131,7 @@ status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& d
     const status_t status = waitForResponse(oneway ? nullptr : answer, !oneway, outTargetDied);
     if (mExecuting == 0 && !mIsPooled) {
         processPending();
+        ProcessState::self()->startMissingThreads();
     }
     return status;
 }

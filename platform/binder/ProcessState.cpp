@@ -33,12 +33,13 @@ constexpr size_t kThreadNameSize = 16;
 /** A thread of the pool: serves requests until the driver has no more use for it. */
 class ProcessState::PoolThread : public Thread {
   public:
-    PoolThread(bool isMain, int number) : Thread(false), mIsMain(isMain), mNumber(number) {}
+    explicit PoolThread(bool isMain) : Thread(false), mIsMain(isMain) {}
 
   private:
     bool threadLoop() override {
+        const int number = ProcessState::self()->nextThreadNumber();
         char name[kThreadNameSize];
-        snprintf(name, sizeof(name), "Binder:%d_%X", getpid(), static_cast<unsigned>(mNumber));
+        snprintf(name, sizeof(name), "Binder:%d_%X", getpid(), static_cast<unsigned>(number));
         pthread_setname_np(pthread_self(), name);
         ProcessState::self()->awaitDriver();
         IPCThreadState::self()->joinThreadPool(mIsMain);
@@ -46,7 +47,6 @@ class ProcessState::PoolThread : public Thread {
     }
 
     const bool mIsMain;
-    const int mNumber;
 };
 
 sp<ProcessState> ProcessState::self() {
@@ -136,18 +136,38 @@ void ProcessState::startThreadPool() {
 }
 
 void ProcessState::spawnPooledThread(bool isMain) {
-    int number = 0;
     {
         Mutex::Autolock lock(mLock);
         if (!mPoolStarted) {
             return;
         }
-        number = ++mThreadNumber;
     }
-    const sp<PoolThread> thread = new PoolThread(isMain, number);
-    if (thread->run("Binder", PRIORITY_DEFAULT, 0) != OK) {
-        ALOGE("cannot start a thread for the pool");
+    if (!startPoolThread(isMain)) {
+        ALOGE("cannot start a thread for the pool now");
     }
+}
+
+bool ProcessState::startPoolThread(bool isMain) {
+    const sp<PoolThread> thread = new PoolThread(isMain);
+    const bool started = thread->run("Binder", PRIORITY_DEFAULT, 0) == OK;
+    if (!started) {
+        (isMain ? mMissesFirstThread : mMissesAskedThread) = true;
+    }
+    return started;
+}
+
+void ProcessState::startMissingThreads() {
+    for (const bool isMain : {true, false}) {
+        std::atomic<bool>& misses = isMain ? mMissesFirstThread : mMissesAskedThread;
+        if (misses && misses.exchange(false)) {
+            startPoolThread(isMain);
+        }
+    }
+}
+
+int ProcessState::nextThreadNumber() {
+    Mutex::Autolock lock(mLock);
+    return ++mThreadNumber;
 }
 
 status_t ProcessState::setThreadPoolMaxThreadCount(size_t maxThreads) {

@@ -3,7 +3,9 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
 #include "tests/integration/usb/UsbHandles.h"
@@ -23,7 +25,44 @@ std::function<void()> UsbFaults::afterList() const {
     return mAfterList;
 }
 
+std::vector<std::string> UsbFaults::steps() const {
+    const std::lock_guard<std::mutex> hold(mLock);
+    return mSteps;
+}
+
+void UsbFaults::noteStep(const std::string& step) {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    // The test bed has a context of its own.
+    if (strcmp(name, "UsbDetector") != 0) {
+        return;
+    }
+    const std::lock_guard<std::mutex> hold(mLock);
+    if (mSteps.empty() || mSteps.back() != step) {
+        mSteps.push_back(step);
+    }
+}
+
+void UsbFaults::noteRegistered(libusb_hotplug_callback_handle handle) {
+    const std::lock_guard<std::mutex> hold(mLock);
+    mRegistered.push_back(handle);
+}
+
+int UsbFaults::numberOf(libusb_hotplug_callback_handle handle) const {
+    const std::lock_guard<std::mutex> hold(mLock);
+    const auto found = std::find(mRegistered.begin(), mRegistered.end(), handle);
+    return found != mRegistered.end() ? static_cast<int>(found - mRegistered.begin()) + 1 : 0;
+}
+
 namespace {
+
+/** The numbers after @p name, with a blank before each. */
+std::string stepOf(std::string name, std::initializer_list<long> numbers) {
+    for (const long number : numbers) {
+        name += " " + std::to_string(number);
+    }
+    return name;
+}
 
 UsbFaults& faults() {
     return UsbFaults::instance();
@@ -48,6 +87,9 @@ bool isTurnOf(std::atomic<int>& countdown) {
 extern "C" {
 
 int __real_libusb_init(libusb_context** context);
+int __real_libusb_set_option(libusb_context* context, int option, ...);
+void __real_libusb_hotplug_deregister_callback(libusb_context* context,
+                                               libusb_hotplug_callback_handle handle);
 void __real_libusb_exit(libusb_context* context);
 int __real_libusb_has_capability(uint32_t capability);
 int __real_libusb_hotplug_register_callback(libusb_context* context, int events, int flags, int vendor,
@@ -78,13 +120,25 @@ int __wrap_libusb_init(libusb_context** context) {
         return fault;
     }
     ++faults().contexts;
+    faults().noteStep("init");
     return __real_libusb_init(context);
+}
+
+// The option as what it is promoted to, of which va_start may take the last.
+int __wrap_libusb_set_option(libusb_context* context, int option, ...) {
+    va_list arguments;
+    va_start(arguments, option);
+    const int level = va_arg(arguments, int);
+    va_end(arguments);
+    faults().noteStep(option == LIBUSB_OPTION_LOG_LEVEL ? stepOf("log", {level}) : "option");
+    return __real_libusb_set_option(context, option, level);
 }
 
 void __wrap_libusb_exit(libusb_context* context) {
     faults().referencesAtExit = faults().references.load();
     faults().handlesAtExit = UsbHandles::instance().held.load();
     --faults().contexts;
+    faults().noteStep("exit");
     __real_libusb_exit(context);
 }
 
@@ -100,13 +154,23 @@ int __wrap_libusb_hotplug_register_callback(libusb_context* context, int events,
     if (fault != 0) {
         return fault;
     }
-    return __real_libusb_hotplug_register_callback(context, events, flags, vendor, product, deviceClass,
-                                                   function, data, handle);
+    faults().noteStep(stepOf("register", {events, flags, vendor, product, deviceClass}));
+    const int result = __real_libusb_hotplug_register_callback(context, events, flags, vendor, product,
+                                                               deviceClass, function, data, handle);
+    faults().noteRegistered(*handle);
+    return result;
+}
+
+void __wrap_libusb_hotplug_deregister_callback(libusb_context* context,
+                                               libusb_hotplug_callback_handle handle) {
+    faults().noteStep(stepOf("deregister", {faults().numberOf(handle)}));
+    __real_libusb_hotplug_deregister_callback(context, handle);
 }
 
 int __wrap_libusb_handle_events_timeout(libusb_context* context, timeval* wait) {
     const bool blocking = wait->tv_sec > 0;  // the bed's own waits are short
     const int fault = blocking ? faults().handleEventsResult.exchange(0) : 0;
+    faults().noteStep(stepOf("wait", {static_cast<long>(wait->tv_sec), static_cast<long>(wait->tv_usec)}));
     return fault != 0 ? fault : __real_libusb_handle_events_timeout(context, wait);
 }
 

@@ -14,6 +14,8 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <string>
+#include <vector>
 
 /** Faults and counters of the process. Faults are set before the threads that meet them start. */
 struct UsbFaults {
@@ -48,7 +50,20 @@ struct UsbFaults {
 
     std::function<void()> afterList() const;
 
+    /**
+     * What the event thread did with its context, in order: "init", "log LEVEL", "register EVENT FLAGS VENDOR
+     * PRODUCT CLASS", "wait SECONDS MICROSECONDS" once however often, "deregister NUMBER" with the
+     * call-back's number from 1 on, "exit".
+     */
+    std::vector<std::string> steps() const;
+    void noteStep(const std::string& step);
+    /** Numbers the call-back of @p handle. */
+    void noteRegistered(libusb_hotplug_callback_handle handle);
+    int numberOf(libusb_hotplug_callback_handle handle) const;
+
   private:
-    mutable std::mutex mLock;  // guards mAfterList
+    mutable std::mutex mLock;  // guards what follows
     std::function<void()> mAfterList;
+    std::vector<std::string> mSteps;
+    std::vector<libusb_hotplug_callback_handle> mRegistered;
 };

@@ -261,6 +261,9 @@ TEST_F(UsbManagerImplTest, TheFunctionWaitsUntilTheAppleDeviceIsGone) {
     inject("add");
     inject("remove");
     EXPECT_THAT(mBed.take(), IsEmpty());
+    // Nor does a device that has gone hold up the next request.
+    EXPECT_EQ(0, mManager->switchUsbState(3));
+    EXPECT_THAT(mBed.take(), ::testing::SizeIs(2));
 }
 
 TEST_F(UsbManagerImplTest, OfPendingFunctionsTheLastCounts) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/EventLooper.h"
 
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
@@ -15,12 +16,15 @@
 #include <thread>
 #include <vector>
 
+#include "tests/unit/common/RefusedThreads.h"
 #include "tests/unit/common/ThreadProbe.h"
+#include "tests/unit/support/LogCapture.h"
 
 using android::Looper;
 using android::sp;
 using android::Thread;
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 namespace {
@@ -192,6 +196,45 @@ TEST_F(EventLooperTest, StartRightAfterAStopFromInsideACallback) {
         mThread->start();
         ASSERT_TRUE(runOnLooper([] {})) << round;
     }
+}
+
+// The start found the thread running still, did nothing, and the thread ended after it.
+TEST_F(EventLooperTest, StartDuringACallbackThatHasStopped) {
+    mThread->start();
+    std::thread starter;
+    ASSERT_TRUE(runOnLooper([&] {
+        mThread->stop();
+        starter = std::thread([this] { mThread->start(); });
+        // Gives the other the time to find this thread running.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }));
+    starter.join();
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
+// A refusal at the moment of the start left the daemon without ears until somebody stopped and started it.
+TEST_F(EventLooperTest, AThreadThatIsRefusedIsTriedAgain) {
+    {
+        const RefusedThreads refused(2);
+        mThread->start();
+        EXPECT_EQ(3, RefusedThreads::asked());
+    }
+    EXPECT_TRUE(runOnLooper([] {}));
+}
+
+TEST_F(EventLooperTest, AThreadThatIsAlwaysRefusedIsGivenUp) {
+    LogCapture log;
+    {
+        const RefusedThreads refused(1000);
+        mThread->start();
+        EXPECT_EQ(50, RefusedThreads::asked());
+        EXPECT_FALSE(mThread->isRunning());
+    }
+    EXPECT_THAT(log.take("EventLooper"),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, "EventLooper",
+                                    "the system refuses the thread, no event is heard"}));
+    mThread->start();
+    EXPECT_TRUE(runOnLooper([] {}));
 }
 
 TEST_F(EventLooperTest, ConcurrentStartsAndStopsEnd) {

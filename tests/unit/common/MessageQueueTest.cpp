@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/unit/common/RefusedThreads.h"
 #include "tests/unit/common/ThreadProbe.h"
 #include "tests/unit/support/LogCapture.h"
 
@@ -306,6 +307,8 @@ TEST_F(HeldQueueTest, RemovesAllOfOneCodeOfAnotherHandler) {
     mQueue->sendMessageDelayed(mOther, 1, kMillisecond);
     mQueue->sendMessage(1);
     mQueue->removeMessage(mOther, 1);
+    // Had it stayed, the delayed one would be due by now.
+    std::this_thread::sleep_for(milliseconds(5));
     ASSERT_TRUE(release());
     EXPECT_THAT(mOther->messages(), ElementsAre(2));
     EXPECT_THAT(mOwn->messages(), ElementsAre(1));
@@ -501,6 +504,27 @@ TEST(MessageQueueTest, StartWaitsForALooperThatIsSlow) {
         EXPECT_THAT(log.take(), IsEmpty());
         queue->stop();
     }
+}
+
+TEST(MessageQueueTest, AThreadThatIsRefusedMayBeStartedLater) {
+    LogCapture log;
+    const sp<Recorder> recorder = new Recorder();
+    const sp<MessageQueue> queue = makeQueue(recorder);
+    {
+        const RefusedThreads refused(1);
+        const SleepHook hook([](useconds_t) {});
+        EXPECT_FALSE(queue->start());
+        EXPECT_EQ(1, RefusedThreads::asked());
+    }
+    EXPECT_THAT(log.take("MessageQueue"),
+                ElementsAre(LogLine{ANDROID_LOG_ERROR, "MessageQueue",
+                                    "message queue is not ready in expect time, why? system hal?"}));
+    // As of a queue that was never started.
+    queue->stop();
+    ASSERT_TRUE(startPatiently(queue));
+    queue->sendMessage(1);
+    EXPECT_TRUE(recorder->waitForCount(1));
+    queue->stop();
 }
 
 TEST(MessageQueueTest, StopsAThreadThatIsNotReadyYet) {

@@ -325,6 +325,24 @@ TEST_F(UeventObserverTest, StopWaitsForADispatchInProgress) {
     EXPECT_TRUE(left);
 }
 
+// A notifier whose owner goes must not be running any more once it is unregistered.
+TEST_F(UeventObserverTest, UnregisteringWaitsForADispatchInProgress) {
+    Gate entered;
+    std::atomic<bool> left{false};
+    const sp<CountingNotifier> notifier = new CountingNotifier([&](const sp<Uevent>&) {
+        entered.open();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        left = true;
+    });
+    mObserver->registerNotifier(notifier);
+    mObserver->start();
+    send(kAdd);
+    ASSERT_TRUE(entered.wait());
+    mObserver->unregisterNotifier(notifier);
+    EXPECT_TRUE(left);
+    mObserver->stop();
+}
+
 TEST_F(UeventObserverTest, StopFromInsideANotifierEndsAfterIt) {
     Gate stopped;
     const sp<CountingNotifier> notifier = new CountingNotifier([&](const sp<Uevent>&) {

@@ -219,6 +219,50 @@ TEST_F(DeviceManagerImplTest, AQueryFromANotificationSeesTheNewList) {
     mManager->shutdown();
 }
 
+/** Takes its time over the list. */
+class SlowManager : public DeviceManagerImpl {
+  public:
+    using DeviceManagerImpl::DeviceManagerImpl;
+
+    void addDevice(const sp<DeviceItf>& device) override {
+        std::this_thread::sleep_for(20ms);
+        DeviceManagerImpl::addDevice(device);
+    }
+
+    void removeDevice(const sp<DeviceItf>& device) override {
+        std::this_thread::sleep_for(20ms);
+        DeviceManagerImpl::removeDevice(device);
+    }
+};
+
+TEST_F(DeviceManagerImplTest, NotifiesOnceTheListHasChanged) {
+    const sp<SlowManager> manager = new SlowManager(mObserver);
+    std::vector<size_t> listed;
+    mRecorder->mInside = [&] { listed.push_back(manager->getDevices(String8("/devices/x/y")).size()); };
+    manager->setNotifier(mRecorder);
+    manager->startup();
+    mUevents.send("add", "/devices/x", "block");
+    ASSERT_TRUE(mRecorder->waitFor(1));
+    mUevents.send("remove", "/devices/x", "block");
+    ASSERT_TRUE(mRecorder->waitFor(2));
+    manager->shutdown();
+    EXPECT_THAT(listed, ElementsAre(1U, 0U));
+}
+
+TEST_F(DeviceManagerImplTest, RunsTwoNamedThreads) {
+    const auto counts = [](int threads) {
+        return eventually([threads] {
+            // Cut to the 15 characters that the system shows.
+            return countThreads("DeviceManagerQu") == threads && countThreads("EventLooper") == threads;
+        });
+    };
+    EXPECT_TRUE(counts(0));
+    mManager->startup();
+    EXPECT_TRUE(counts(1));
+    mManager->shutdown();
+    EXPECT_TRUE(counts(0));
+}
+
 TEST_F(DeviceManagerImplTest, HearsNothingBeforeTheStartAndAfterTheStop) {
     mManager->setNotifier(mRecorder);
     mUevents.send("add", "/devices/1", "block");

@@ -462,6 +462,24 @@ TEST_F(DeviceServiceTest, RemovalTakesTheDeathLinkBack) {
     EXPECT_TRUE(mLog.take("IDeviceManager").empty());
 }
 
+// Entries that stayed would be few in a test and many in years of clients that come and go.
+TEST_F(DeviceServiceTest, WhoGoesLeavesNothingInTheFanOut) {
+    auto* const fanOut = dynamic_cast<device::DeviceManagerNotifierProxy*>(mCore->mNotifier.get());
+    ASSERT_NE(nullptr, fanOut);
+    const sp<LoopbackBinder> dies = remoteNotifier(new Recorder());
+    const sp<LoopbackBinder> leaves = remoteNotifier(mRecorder);
+    const sp<LoopbackBinder> dead = remoteNotifier(new Recorder());
+    dead->die();
+    add(dies, kClient);
+    add(leaves, kOther);
+    add(dead, kOther + 1);
+    EXPECT_EQ(2U, fanOut->size());
+    dies->die();
+    EXPECT_EQ(1U, fanOut->size());
+    remove(leaves, kOther);
+    EXPECT_EQ(0U, fanOut->size());
+}
+
 TEST_F(DeviceServiceTest, DropsAClientThatDies) {
     const sp<LoopbackBinder> dies = remoteNotifier(mRecorder);
     const sp<Recorder> other = new Recorder();
@@ -500,6 +518,19 @@ TEST_F(DeviceServiceTest, LateNoticeSparesANewClientWithTheSamePid) {
     EXPECT_EQ(1U, mRecorder->calls().size());
 }
 
+// As above, with the notice under way already as the first registration goes: its recipient lives still.
+TEST_F(DeviceServiceTest, ANoticeUnderWaySparesANewClientWithTheSamePid) {
+    add(remoteNotifier(mRecorder), kClient);
+    const sp<IBinder::DeathRecipient> former =
+        new device::DeviceManagerNotifierDeathRecipient(mService, kClient);
+    former->binderDied(wp<IBinder>());
+    EXPECT_THAT(mLog.take("IDeviceManager"),
+                ElementsAre(LogLine{ANDROID_LOG_WARN, "IDeviceManager", "Application PID[1001] die"}));
+    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
+    mCore->mNotifier->onEvent(1, 2);
+    EXPECT_EQ(1U, mRecorder->calls().size());
+}
+
 // The entry of a client that was dead before it was linked stayed for ever, and its pid with it.
 TEST_F(DeviceServiceTest, DropsAClientThatIsDeadAlready) {
     const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
@@ -521,6 +552,37 @@ TEST_F(DeviceServiceTest, ANotifierMayBeRemovedAndDumpedWhileAClientIsCalled) {
     add(notifier, kClient);
     mCore->mNotifier->onEvent(1, 2);
     EXPECT_THAT(mRecorder->calls(), ElementsAre("event 1 2"));
+}
+
+TEST_F(DeviceServiceTest, ManyClientsComeGoAndDieAtOnce) {
+    constexpr int kClients = 4;
+    constexpr int kRounds = 100;
+    std::vector<std::thread> clients;
+    clients.reserve(kClients);
+    for (int client = 0; client < kClients; ++client) {
+        clients.emplace_back([this, pid = kClient + client] {
+            for (int round = 0; round < kRounds; ++round) {
+                const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
+                add(notifier, pid);
+                if (round % 2 == 0) {
+                    notifier->die();
+                } else {
+                    remove(notifier, pid);
+                }
+            }
+        });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        mCore->mNotifier->onEvent(1, round);
+        EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size["));
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    EXPECT_EQ("-[device.DeviceManager]-\nnotifier size[0]\n", dump({"notifier"}));
+    const size_t heard = mRecorder->calls().size();
+    mCore->mNotifier->onEvent(1, 2);
+    EXPECT_EQ(heard, mRecorder->calls().size());
 }
 
 TEST_F(DeviceServiceTest, GoesWithItsClients) {

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "device/Device.h"
@@ -157,4 +159,28 @@ TEST(NotifierFanOutTest, ARemovedAndDroppedNotifierIsNotReachedAnyMore) {
     proxy->addNotifier(weak(recorders[1]));
     proxy->onEvent(1, 1);
     EXPECT_EQ(0, reached);
+}
+
+// Detach must not overtake the attach that another thread is telling.
+TEST(NotifierFanOutTest, MakesOneNotificationAfterTheOther) {
+    const sp<DeviceManagerNotifierProxy> proxy = new DeviceManagerNotifierProxy();
+    const sp<Recorder> recorder = new Recorder();
+    std::atomic<int> inside{0};
+    std::atomic<int> together{0};
+    recorder->mInside = [&] {
+        together += inside++;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        --inside;
+    };
+    proxy->addNotifier(weak(recorder));
+    const auto notify = [&] {
+        for (int i = 0; i < 100; ++i) {
+            proxy->onEvent(1, 1);
+        }
+    };
+    std::thread other(notify);
+    notify();
+    other.join();
+    EXPECT_EQ(0, together);
+    EXPECT_EQ(200U, recorder->calls().size());
 }

@@ -27,14 +27,14 @@ CallingAs::~CallingAs() {
 }
 
 void LoopbackBinder::die() {
-    std::vector<wp<DeathRecipient>> links;
+    std::vector<Link> links;
     {
         Mutex::Autolock lock(mLock);
         mAlive = false;
         links.swap(mLinks);
     }
-    for (const wp<DeathRecipient>& link : links) {
-        const sp<DeathRecipient> recipient = link.promote();
+    for (const Link& link : links) {
+        const sp<DeathRecipient> recipient = link.recipient.promote();
         if (recipient != nullptr) {
             recipient->binderDied(wp<IBinder>(this));
         }
@@ -91,6 +91,9 @@ status_t LoopbackBinder::transact(uint32_t code, const Parcel& data, Parcel* rep
     if (mReplyHook) {
         mReplyHook(&status, &answer);
     }
+    if ((flags & FLAG_ONEWAY) != 0) {
+        return OK;
+    }
     // An error travels alone.
     if (status == OK && reply != nullptr) {
         reply->freeData();
@@ -100,25 +103,26 @@ status_t LoopbackBinder::transact(uint32_t code, const Parcel& data, Parcel* rep
     return status;
 }
 
-status_t LoopbackBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* /*cookie*/,
-                                     uint32_t /*flags*/) {
+status_t LoopbackBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
     Mutex::Autolock lock(mLock);
     if (!mAlive) {
         return DEAD_OBJECT;
     }
-    mLinks.emplace_back(recipient);
+    mLinks.push_back({recipient, cookie, flags});
     return OK;
 }
 
-status_t LoopbackBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* /*cookie*/,
-                                       uint32_t /*flags*/, wp<DeathRecipient>* outRecipient) {
+status_t LoopbackBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
+                                       wp<DeathRecipient>* outRecipient) {
     Mutex::Autolock lock(mLock);
-    const auto link = std::find(mLinks.begin(), mLinks.end(), recipient);
+    const auto link = std::find_if(mLinks.begin(), mLinks.end(), [&](const Link& candidate) {
+        return candidate.recipient == recipient && candidate.cookie == cookie && candidate.flags == flags;
+    });
     if (link == mLinks.end()) {
         return mAlive ? static_cast<status_t>(android::NAME_NOT_FOUND) : static_cast<status_t>(DEAD_OBJECT);
     }
     if (outRecipient != nullptr) {
-        *outRecipient = *link;
+        *outRecipient = link->recipient;
     }
     mLinks.erase(link);
     return OK;

@@ -18,6 +18,8 @@
  * Stands for the proxy of an object in another process: not local, so that every field of a call is written
  * to a parcel, copied, and read back. The target sees the caller as the process that the test says.
  *
+ * A call that wants no answer gets none, whatever the target writes.
+ *
  * Local objects in a request reach the target as they are. As a value in a parcel of its own a loopback
  * cannot travel: the driver does not know it.
  */
@@ -56,6 +58,13 @@ class LoopbackBinder : public android::IBinder {
                                     android::wp<DeathRecipient>* outRecipient = nullptr) override;
 
   private:
+    /** Taken back only by who names it as it was made. */
+    struct Link {
+        android::wp<DeathRecipient> recipient;
+        void* cookie;
+        uint32_t flags;
+    };
+
     const android::sp<android::BBinder> mTarget;
     const pid_t mPid;
     const uid_t mUid;
@@ -64,7 +73,7 @@ class LoopbackBinder : public android::IBinder {
     /** Guards the members below. */
     mutable android::Mutex mLock;
     bool mAlive GUARDED_BY(mLock) = true;
-    std::vector<android::wp<DeathRecipient>> mLinks GUARDED_BY(mLock);
+    std::vector<Link> mLinks GUARDED_BY(mLock);
 };
 
 /** Makes the calling thread serve @p pid for as long as it lives, as the driver does for a call. */

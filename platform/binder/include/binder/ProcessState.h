@@ -53,7 +53,10 @@ class ProcessState : public virtual RefBase {
      */
     void startThreadPool();
 
-    /** Starts a thread that joins the pool; @p isMain makes it one that the driver does not count. */
+    /**
+     * Starts a thread that joins the pool; @p isMain makes it one that the driver does not count. One that
+     * the system refuses for now is started later, by a thread of this process that is done with a call.
+     */
     void spawnPooledThread(bool isMain);
 
     /** How many threads the driver may ask for. */
@@ -73,6 +76,11 @@ class ProcessState : public virtual RefBase {
     /** Waits until a call of some thread has opened the driver; not in a forked child, which never will. */
     void awaitDriver();
     int openLocked() REQUIRES(mDriverLock);
+    /** Starts a thread of the pool, or takes note of it as missing. @return whether it was started */
+    bool startPoolThread(bool isMain);
+    /** Tries again to start what is missing. */
+    void startMissingThreads();
+    int nextThreadNumber();
     static void leaveToParent();
     int failLocked(int fd, const char* what, int error) REQUIRES(mDriverLock);
     sp<BBinder> contextManager();
@@ -96,6 +104,13 @@ class ProcessState : public virtual RefBase {
     Condition mDriverOpened;
     bool mFailureTold GUARDED_BY(mDriverLock) = false;
     size_t mMaxThreads GUARDED_BY(mDriverLock) = kDefaultMaxThreads;
+
+    /**
+     * Threads of the pool that could not be started. The driver asks for one at a time, and for no other
+     * until that one has come: forgotten, the pool would stay as small as it is for good.
+     */
+    std::atomic<bool> mMissesFirstThread{false};
+    std::atomic<bool> mMissesAskedThread{false};
 
     /** Guards the members below. Held across reference commands, which never wait. */
     Mutex mLock;
