@@ -104,15 +104,11 @@ void expectEqual(const sp<DeviceItf>& expected, const sp<DeviceItf>& actual) {
 }  // namespace
 
 /** The device service, for what every service does. */
-struct DeviceKind {
-    using Service = BnDeviceManager;
-    using Interface = IDeviceManager;
+struct DeviceKind : device::DeviceNotifierTraits {
     using Core = FakeCore;
     using NotifierInterface = device::IDeviceManagerNotifier;
     using NativeNotifier = BnDeviceManagerNotifier;
     using Recorder = ::Recorder;
-    using Wapper = device::DeviceManagerNotifierWapper;
-    using DeathRecipient = device::DeviceManagerNotifierDeathRecipient;
     static constexpr const char* kToken = "device.DeviceManager";
     static constexpr const char* kNotifierToken = "device.DeviceManagerNotifier";
     static constexpr const char* kName = "DeviceManager";

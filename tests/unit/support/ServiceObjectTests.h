@@ -6,23 +6,23 @@
  * What every service object does, whichever manager it serves: the frame of its transactions, its registry of
  * clients, its dump. A program instantiates both suites for its service with a class like
  *
- *     struct DeviceKind {
- *         using Service = ...;           // the service object
- *         using Interface = ...;         // what it implements
- *         using Core = ...;              // a core of the test's: mNotifier, and startup() that answers
- * kStarted using NotifierInterface = ...; // the clients' binder interface, using NativeNotifier = ...;    //
- * its native side, using Recorder = ...;          // a notifier behind it, with calls() and mInside, using
- * Wapper = ...;            // and the service's wrapper of it using DeathRecipient = ...; static constexpr
- * const char* kToken = ...;          // of Interface static constexpr const char* kNotifierToken = ...;  //
- * of NotifierInterface static constexpr const char* kName = ...;           // under which the service is
- * registered static constexpr const char* kFile = ...;           // in its assertions static constexpr const
- * char* kClass = ...;          // its own name there, static constexpr const char* kCoreClass = ...;      //
- * that of its core's interface, static constexpr const char* kWapperFile = ...;     // the file of the
- * wrapper's static constexpr const char* kNotifierFile = ...;   // and of the native notifier's static
- * constexpr const char* kCoreDump = ...;       // what Core dumps static constexpr uint32_t kLastCode = ...;
+ *     struct DeviceKind : device::DeviceNotifierTraits {  // for the service's types
+ *         using Core = ...;               // of the test's: has mNotifier, and its startup() is kStarted
+ *         using NotifierInterface = ...;  // the clients' binder interface,
+ *         using NativeNotifier = ...;     // its native side,
+ *         using Recorder = ...;           // and a notifier behind that, with calls() and mInside
+ *         static constexpr const char* kToken = ...;          // of the service's interface
+ *         static constexpr const char* kNotifierToken = ...;  // of NotifierInterface
+ *         static constexpr const char* kName = ...;           // under which the service is registered
+ *         static constexpr const char* kFile = ...;           // in its assertions
+ *         static constexpr const char* kClass = ...;          // its own name there,
+ *         static constexpr const char* kCoreClass = ...;      // that of its core's interface,
+ *         static constexpr const char* kWapperFile = ...;     // the file of its wrapper
+ *         static constexpr const char* kNotifierFile = ...;   // and that of NativeNotifier
+ *         static constexpr const char* kCoreDump = ...;       // what Core dumps
+ *         static constexpr uint32_t kLastCode = ...;
  *         static constexpr int kStarted = ...;
- *         static std::vector<std::string> callsOf(Core& core); // what the core was asked; a dump is "dump
- * COUNT"
+ *         static std::vector<std::string> callsOf(Core& core);  // what it was asked; "dump COUNT"
  *     };
  */
 
@@ -37,9 +37,9 @@
 
 template <typename Kind>
 class ServiceObjectTest
-    : public ServiceFixture<typename Kind::Service, typename Kind::Interface, typename Kind::Core> {
+    : public ServiceFixture<typename Kind::Manager, typename Kind::Interface, typename Kind::Core> {
   protected:
-    using Fixture = ServiceFixture<typename Kind::Service, typename Kind::Interface, typename Kind::Core>;
+    using Fixture = ServiceFixture<typename Kind::Manager, typename Kind::Interface, typename Kind::Core>;
     using Recorder = typename Kind::Recorder;
     using NativeNotifier = typename Kind::NativeNotifier;
 
@@ -256,7 +256,7 @@ TYPED_TEST_P(ServiceObjectTest, ANotifierMayBeRemovedAndDumpedWhileAClientIsCall
 }
 
 TYPED_TEST_P(ServiceObjectTest, GoesWithItsClients) {
-    const android::wp<typename TypeParam::Service> service = this->mService;
+    const android::wp<typename TypeParam::Manager> service = this->mService;
     const android::sp<LoopbackBinder> notifier = this->remoteNotifier(this->mRecorder);
     this->add(notifier, this->kClient);
     this->mRecorder.clear();
@@ -305,13 +305,13 @@ TYPED_TEST_P(ServiceObjectDeathTest, NullBinders) {
 
 TYPED_TEST_P(ServiceObjectDeathTest, NullImplementations) {
     const std::string name = TypeParam::kClass;
-    EXPECT_DEATH(new typename TypeParam::Service(nullptr),
+    EXPECT_DEATH(new typename TypeParam::Manager(nullptr),
                  this->assertion("impl.get()", TypeParam::kFile,
                                  name + "::" + name.substr(name.rfind(':') + 1) + "(const android::sp<" +
                                      TypeParam::kCoreClass + ">&)"));
     EXPECT_DEATH(new typename TypeParam::NativeNotifier(nullptr),
                  this->assertion("impl.get()", TypeParam::kNotifierFile));
-    EXPECT_DEATH(new typename TypeParam::DeathRecipient(android::wp<typename TypeParam::Service>(), 1),
+    EXPECT_DEATH(new typename TypeParam::DeathRecipient(android::wp<typename TypeParam::Manager>(), 1),
                  this->assertion("manager.get()", TypeParam::kFile));
 }
 

@@ -32,15 +32,11 @@ using UsbRegistryDeathTest = UsbServiceFixture;
 }  // namespace
 
 /** The USB service and its manager notifiers, for what every service does. */
-struct UsbKind {
-    using Service = usb::BnUsbManager;
-    using Interface = usb::IUsbManager;
+struct UsbKind : usb::UsbManagerNotifierTraits {
     using Core = FakeUsbCore;
     using NotifierInterface = usb::IUsbManagerNotifier;
     using NativeNotifier = usb::BnUsbManagerNotifier;
     using Recorder = EventRecorder;
-    using Wapper = usb::UsbManagerNotifierWapper;
-    using DeathRecipient = usb::UsbManagerNotifierDeathRecipient;
     static constexpr const char* kToken = "usb.UsbManager";
     static constexpr const char* kNotifierToken = "usb.UsbManagerNotifier";
     static constexpr const char* kName = "UsbManager";

@@ -108,15 +108,11 @@ void expectEqual(const sp<VolumeItf>& expected, const sp<VolumeItf>& actual) {
 }  // namespace
 
 /** The volume service, for what every service does. */
-struct VolumeKind {
-    using Service = BnVolumeManager;
-    using Interface = IVolumeManager;
+struct VolumeKind : volume::VolumeNotifierTraits {
     using Core = FakeCore;
     using NotifierInterface = volume::IVolumeManagerNotifier;
     using NativeNotifier = BnVolumeManagerNotifier;
     using Recorder = VolumeRecorder;
-    using Wapper = volume::VolumeManagerNotifierWapper;
-    using DeathRecipient = volume::VolumeManagerNotifierDeathRecipient;
     static constexpr const char* kToken = "volume.VolumeManager";
     static constexpr const char* kNotifierToken = "volume.VolumeManagerNotifier";
     static constexpr const char* kName = "VolumeManager";
