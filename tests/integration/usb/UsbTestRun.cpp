@@ -3,7 +3,6 @@
 
 #include <utils/String8.h>
 
-#if defined(__SANITIZE_THREAD__)
 /**
  * libusb frees a transfer's lock while the thread that handled the transfer's events may still be on its way
  * out of it. The bed's libraries are not instrumented: what orders their threads is not seen.
@@ -16,7 +15,6 @@ extern "C" const char* __tsan_default_suppressions() {
            "race:libgio-2.0.so\n"
            "race:libumockdev.so\n";
 }
-#endif
 
 int runUsbTests(int argc, char** argv, ::testing::Environment* environment) {
     ::testing::InitGoogleTest(&argc, argv);

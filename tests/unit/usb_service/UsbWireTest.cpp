@@ -33,7 +33,6 @@ using usb::UsbDeviceItf;
 namespace {
 
 constexpr const char* kTag = "IUsbManager";
-constexpr uint32_t kLastCode = 32;
 
 using UsbWireTest = UsbServiceFixture;
 
