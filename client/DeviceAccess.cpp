@@ -5,7 +5,7 @@
 #include <map>
 
 #include "client/Lists.h"
-#include "client/Session.h"
+#include "client/SessionNotifier.h"
 #include "device/BnDeviceManagerNotifier.h"
 
 namespace client {
@@ -16,23 +16,12 @@ using android::wp;
 
 namespace {
 
-class Notifier : public device::DeviceManagerNotifierItf {
+class Notifier : public SessionNotifier<DeviceAccess, device::DeviceManagerNotifierItf> {
   public:
-    Notifier(const wp<Session>& session, uint64_t connection) : mSession(session), mConnection(connection) {}
+    using SessionNotifier::SessionNotifier;
 
-    int32_t onDeviceAdded(const sp<device::DeviceItf>& device) override {
-        return Session::hear<DeviceAccess>(mSession, mConnection, true, device);
-    }
-    int32_t onDeviceRemoved(const sp<device::DeviceItf>& device) override {
-        return Session::hear<DeviceAccess>(mSession, mConnection, false, device);
-    }
-    int32_t onEvent(int32_t event, int32_t value) override {
-        return Session::hearNumber<DeviceAccess>(mSession, mConnection, Event::Kind::kNumbered, event, value);
-    }
-
-  private:
-    const wp<Session> mSession;
-    const uint64_t mConnection;
+    int32_t onDeviceAdded(const sp<device::DeviceItf>& device) override { return hear(true, device); }
+    int32_t onDeviceRemoved(const sp<device::DeviceItf>& device) override { return hear(false, device); }
 };
 
 /** Properties that describe a uevent and not its device: a repeated "add" has others. */

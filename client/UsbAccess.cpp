@@ -3,7 +3,7 @@
 
 #include "client/HostNotifier.h"
 #include "client/Lists.h"
-#include "client/Session.h"
+#include "client/SessionNotifier.h"
 #include "usb/BnUsbManagerNotifier.h"
 
 namespace client {
@@ -14,39 +14,14 @@ using android::wp;
 
 namespace {
 
-class ManagerNotifier : public usb::UsbManagerNotifierItf {
+using ManagerNotifier = SessionNotifier<UsbAccess, usb::UsbManagerNotifierItf>;
+
+class DeviceNotifier : public SessionNotifier<UsbAccess, usb::UsbHostNotifierItf> {
   public:
-    ManagerNotifier(const wp<Session>& session, uint64_t connection)
-        : mSession(session), mConnection(connection) {}
+    using SessionNotifier::SessionNotifier;
 
-    int32_t onEvent(int32_t event, int32_t value) override {
-        return Session::hearNumber<UsbAccess>(mSession, mConnection, Event::Kind::kNumbered, event, value);
-    }
-
-  private:
-    const wp<Session> mSession;
-    const uint64_t mConnection;
-};
-
-class DeviceNotifier : public usb::UsbHostNotifierItf {
-  public:
-    DeviceNotifier(const wp<Session>& session, uint64_t connection)
-        : mSession(session), mConnection(connection) {}
-
-    int32_t onUsbDeviceAttached(const sp<usb::UsbDeviceItf>& device) override {
-        return Session::hear<UsbAccess>(mSession, mConnection, true, device);
-    }
-    int32_t onUsbDeviceDetached(const sp<usb::UsbDeviceItf>& device) override {
-        return Session::hear<UsbAccess>(mSession, mConnection, false, device);
-    }
-    int32_t onEvent(int32_t event, int32_t value) override {
-        return Session::hearNumber<UsbAccess>(mSession, mConnection, Event::Kind::kHostNumbered, event,
-                                              value);
-    }
-
-  private:
-    const wp<Session> mSession;
-    const uint64_t mConnection;
+    int32_t onUsbDeviceAttached(const sp<usb::UsbDeviceItf>& device) override { return hear(true, device); }
+    int32_t onUsbDeviceDetached(const sp<usb::UsbDeviceItf>& device) override { return hear(false, device); }
 };
 
 }  // namespace
@@ -63,7 +38,8 @@ sp<IBinder> UsbAccess::addNotifier(const sp<Manager>& manager, const sp<IBinder>
                                    const wp<Session>& session, uint64_t connection) {
     sp<IBinder> notifier = new usb::BnUsbManagerNotifier(new ManagerNotifier(session, connection));
     manager->addNotifier(notifier);
-    HostNotifier::attach(manager, service, new DeviceNotifier(session, connection));
+    HostNotifier::attach(manager, service,
+                         new DeviceNotifier(session, connection, Event::Kind::kHostNumbered));
     return notifier;
 }
 

@@ -2,7 +2,7 @@
 #include "client/VolumeAccess.h"
 
 #include "client/Lists.h"
-#include "client/Session.h"
+#include "client/SessionNotifier.h"
 #include "volume/BnVolumeManagerNotifier.h"
 
 namespace client {
@@ -13,23 +13,12 @@ using android::wp;
 
 namespace {
 
-class Notifier : public volume::VolumeManagerNotifierItf {
+class Notifier : public SessionNotifier<VolumeAccess, volume::VolumeManagerNotifierItf> {
   public:
-    Notifier(const wp<Session>& session, uint64_t connection) : mSession(session), mConnection(connection) {}
+    using SessionNotifier::SessionNotifier;
 
-    int32_t onVolumeAdded(const sp<volume::VolumeItf>& volume) override {
-        return Session::hear<VolumeAccess>(mSession, mConnection, true, volume);
-    }
-    int32_t onVolumeRemoved(const sp<volume::VolumeItf>& volume) override {
-        return Session::hear<VolumeAccess>(mSession, mConnection, false, volume);
-    }
-    int32_t onEvent(int32_t event, int32_t value) override {
-        return Session::hearNumber<VolumeAccess>(mSession, mConnection, Event::Kind::kNumbered, event, value);
-    }
-
-  private:
-    const wp<Session> mSession;
-    const uint64_t mConnection;
+    int32_t onVolumeAdded(const sp<volume::VolumeItf>& volume) override { return hear(true, volume); }
+    int32_t onVolumeRemoved(const sp<volume::VolumeItf>& volume) override { return hear(false, volume); }
 };
 
 }  // namespace

@@ -6,9 +6,7 @@
 #include <utils/KeyedVector.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
-#include <utils/String16.h>
 #include <utils/String8.h>
-#include <utils/Vector.h>
 
 #include <cstdint>
 
@@ -198,28 +196,4 @@ typename NotifierRegistry<Traits>::Entry NotifierRegistry<Traits>::takeLocked(ui
     mNotifiers.removeItem(pid);
     mDeathRecipients.removeItem(pid);
     return entry;
-}
-
-/**
- * The dump of a service: its head, then its registered clients when the first of @p args is "notifier", else
- * what @p core appends. Written to @p fd with one write. Any thread.
- *
- * @param descriptor the service's interface descriptor
- * @param clients    the registry that the dump lists
- * @param core       the manager core; its dump(args, text) is called without a lock held
- * @return OK
- */
-template <typename Traits, typename Core>
-android::status_t dumpService(int fd, const android::Vector<android::String16>& args,
-                              const android::String16& descriptor, const NotifierRegistry<Traits>& clients,
-                              Core& core) {
-    android::String8 text;
-    appendDumpHeader(text, android::String8(descriptor).string());
-    if (!args.isEmpty() && args[0] == android::String16("notifier")) {
-        clients.dump(text);
-    } else {
-        core.dump(args, text);
-    }
-    writeDump(fd, text);
-    return android::OK;
 }

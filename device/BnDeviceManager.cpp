@@ -1,24 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device/BnDeviceManager.h"
 
-#include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
-#include "common/Assert.h"
-#include "common/DumpText.h"
-#include "common/TransactionFrame.h"
 #include "device/DeviceParcel.h"
 
 namespace device {
 
 using android::BAD_VALUE;
-using android::IBinder;
-using android::IPCThreadState;
 using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::String16;
 using android::String8;
 using android::Vector;
 
@@ -26,29 +19,7 @@ NotifierRegistry<DeviceNotifierTraits>& DeviceNotifierTraits::registryOf(BnDevic
     return manager.mNotifiers;
 }
 
-BnDeviceManager::BnDeviceManager(const sp<DeviceManagerImplItf>& impl)
-    : mNotifierProxy(new DeviceManagerNotifierProxy()), mNotifiers(mLock, mNotifierProxy), mImpl(impl) {
-    SERVICE_ASSERT_IN(mImpl != nullptr, "impl.get()", "IDeviceManager",
-                      "device::BnDeviceManager::BnDeviceManager("
-                      "const android::sp<device::DeviceManagerImplItf>&)");
-    mImpl->setNotifier(mNotifierProxy);
-}
-
-int BnDeviceManager::startup() {
-    return mImpl->startup();
-}
-
-int BnDeviceManager::shutdown() {
-    return mImpl->shutdown();
-}
-
-int BnDeviceManager::addNotifier(const sp<IBinder>& notifier) {
-    return mNotifiers.add(this, notifier, IPCThreadState::self()->getCallingPid());
-}
-
-int BnDeviceManager::removeNotifier(const sp<IBinder>& notifier) {
-    return mNotifiers.remove(notifier, IPCThreadState::self()->getCallingPid());
-}
+BnDeviceManager::BnDeviceManager(const sp<DeviceManagerImplItf>& impl) : ManagerService(impl) {}
 
 sp<DeviceItf> BnDeviceManager::getDevice(const String8& subsystem, const String8& devName) {
     return mImpl->getDevice(subsystem, devName);
@@ -62,27 +33,8 @@ String8 BnDeviceManager::getDevicePath(int type, int id) {
     return mImpl->getDevicePath(type, id);
 }
 
-status_t BnDeviceManager::dump(int fd, const Vector<String16>& args) {
-    return dumpService(fd, args, getInterfaceDescriptor(), mNotifiers, *mImpl);
-}
-
-status_t BnDeviceManager::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    return answerRequest(
-        this, code >= kAddNotifier && code <= kGetDevicePath, data, reply,
-        [&](Parcel& answer) { return BBinder::onTransact(code, data, &answer, flags); },
-        [&](Parcel& answer) { return dispatch(code, data, answer); });
-}
-
 status_t BnDeviceManager::dispatch(uint32_t code, const Parcel& data, Parcel& reply) {
     switch (code) {
-        case kAddNotifier:
-            return reply.writeInt32(addNotifier(data.readStrongBinder()));
-        case kRemoveNotifier:
-            return reply.writeInt32(removeNotifier(data.readStrongBinder()));
-        case kStartup:
-            return reply.writeInt32(startup());
-        case kShutdown:
-            return reply.writeInt32(shutdown());
         case kGetDevice:
             return replyDevice(data, reply);
         case kGetDevices:

@@ -4,7 +4,7 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
-#include "common/TransactionFrame.h"
+#include "common/NotifierAnswer.h"
 #include "device/DeviceParcel.h"
 
 namespace device {
@@ -31,19 +31,15 @@ int32_t BnDeviceManagerNotifier::onDeviceRemoved(const sp<DeviceItf>& device) {
 
 status_t BnDeviceManagerNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                              uint32_t flags) {
-    if (code < kOnEvent || code > kOnDeviceRemoved) {
-        return BBinder::onTransact(code, data, reply, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
     switch (code) {
         case kOnEvent:
             return answerEvent(*this, data, reply);
         case kOnDeviceAdded:
-            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceAdded, readDevice(data), reply);
+            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceAdded, readDevice, data, reply);
+        case kOnDeviceRemoved:
+            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceRemoved, readDevice, data, reply);
         default:
-            return answerRecord(*this, &BnDeviceManagerNotifier::onDeviceRemoved, readDevice(data), reply);
+            return BBinder::onTransact(code, data, reply, flags);
     }
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <binder/IBinder.h>
-
+#include "common/Assert.h"
+#include "common/NotifierWapper.h"
 #include "device/IDeviceManagerNotifier.h"
 
 namespace device {
@@ -12,20 +12,24 @@ namespace device {
  *
  * The spelling of the name is part of the interface.
  */
-class DeviceManagerNotifierWapper : public DeviceManagerNotifierItf {
+class DeviceManagerNotifierWapper : public NotifierWapper<DeviceManagerNotifierItf, IDeviceManagerNotifier> {
   public:
     /** Aborts the process when @p notifier, the client's binder, is null. */
-    explicit DeviceManagerNotifierWapper(const android::sp<android::IBinder>& notifier);
+    explicit DeviceManagerNotifierWapper(const android::sp<android::IBinder>& notifier)
+        : NotifierWapper(notifier) {
+        SERVICE_ASSERT(notifier != nullptr, "notifier.get()", "DeviceManagerNotifierWapper");
+    }
 
-    int32_t onDeviceAdded(const android::sp<DeviceItf>& device) override;
-    int32_t onDeviceRemoved(const android::sp<DeviceItf>& device) override;
-    int32_t onEvent(int32_t event, int32_t value) override;
+    int32_t onDeviceAdded(const android::sp<DeviceItf>& device) override {
+        return mNotifier->onDeviceAdded(device);
+    }
+
+    int32_t onDeviceRemoved(const android::sp<DeviceItf>& device) override {
+        return mNotifier->onDeviceRemoved(device);
+    }
 
   protected:
     ~DeviceManagerNotifierWapper() override = default;
-
-  private:
-    const android::sp<IDeviceManagerNotifier> mNotifier;
 };
 
 }  // namespace device

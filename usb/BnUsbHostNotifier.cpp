@@ -4,7 +4,7 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
-#include "common/TransactionFrame.h"
+#include "common/NotifierAnswer.h"
 #include "usb/UsbDeviceParcel.h"
 
 namespace usb {
@@ -30,19 +30,15 @@ int32_t BnUsbHostNotifier::onUsbDeviceDetached(const sp<UsbDeviceItf>& device) {
 }
 
 status_t BnUsbHostNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code < kOnEvent || code > kOnUsbDeviceDetached) {
-        return BBinder::onTransact(code, data, reply, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
     switch (code) {
         case kOnEvent:
             return answerEvent(*this, data, reply);
         case kOnUsbDeviceAttached:
-            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceAttached, readUsbDevice(data), reply);
+            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceAttached, readUsbDevice, data, reply);
+        case kOnUsbDeviceDetached:
+            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceDetached, readUsbDevice, data, reply);
         default:
-            return answerRecord(*this, &BnUsbHostNotifier::onUsbDeviceDetached, readUsbDevice(data), reply);
+            return BBinder::onTransact(code, data, reply, flags);
     }
 }
 

@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/BnUsbManager.h"
 
-#include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
-#include "common/Assert.h"
-#include "common/TransactionFrame.h"
 #include "usb/UsbDeviceParcel.h"
 
 namespace usb {
 
 using android::BAD_VALUE;
 using android::IBinder;
-using android::IPCThreadState;
 using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::String16;
-using android::Vector;
 
 NotifierRegistry<UsbManagerNotifierTraits>& UsbManagerNotifierTraits::registryOf(BnUsbManager& manager) {
     return manager.mNotifiers;
@@ -29,39 +23,18 @@ NotifierRegistry<UsbHostNotifierTraits>& UsbHostNotifierTraits::registryOf(BnUsb
 }
 
 BnUsbManager::BnUsbManager(const sp<UsbManagerImplItf>& impl)
-    : mNotifierProxy(new UsbManagerNotifierProxy()),
+    : ManagerService(impl),
       mHostNotifierProxy(new UsbHostNotifierProxy()),
-      mNotifiers(mLock, mNotifierProxy),
-      mHostNotifiers(mLock, mHostNotifierProxy),
-      mImpl(impl) {
-    SERVICE_ASSERT_IN(mImpl != nullptr, "impl.get()", "IUsbManager",
-                      "usb::BnUsbManager::BnUsbManager(const android::sp<usb::UsbManagerImplItf>&)");
-    mImpl->setNotifier(mNotifierProxy);
+      mHostNotifiers(mLock, mHostNotifierProxy) {
     mImpl->setHostNotifier(mHostNotifierProxy);
 }
 
-int BnUsbManager::startup() {
-    return mImpl->startup();
-}
-
-int BnUsbManager::shutdown() {
-    return mImpl->shutdown();
-}
-
-int BnUsbManager::addNotifier(const sp<IBinder>& notifier) {
-    return mNotifiers.add(this, notifier, IPCThreadState::self()->getCallingPid());
-}
-
-int BnUsbManager::removeNotifier(const sp<IBinder>& notifier) {
-    return mNotifiers.remove(notifier, IPCThreadState::self()->getCallingPid());
-}
-
 int BnUsbManager::addHostNotifier(const sp<IBinder>& notifier) {
-    return mHostNotifiers.add(this, notifier, IPCThreadState::self()->getCallingPid());
+    return mHostNotifiers.add(this, notifier, callingPid());
 }
 
 int BnUsbManager::removeHostNotifier(const sp<IBinder>& notifier) {
-    return mHostNotifiers.remove(notifier, IPCThreadState::self()->getCallingPid());
+    return mHostNotifiers.remove(notifier, callingPid());
 }
 
 int BnUsbManager::configUsbEnumerateScheme(bool oldFirst) {
@@ -168,30 +141,12 @@ int BnUsbManager::getCertificationMode() {
     return mImpl->getCertificationMode();
 }
 
-status_t BnUsbManager::dump(int fd, const Vector<String16>& args) {
-    return dumpService(fd, args, getInterfaceDescriptor(), mNotifiers, *mImpl);
-}
-
-status_t BnUsbManager::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    return answerRequest(
-        this, code >= kAddNotifier && code <= kGetCertificationMode, data, reply,
-        [&](Parcel& answer) { return BBinder::onTransact(code, data, &answer, flags); },
-        [&](Parcel& answer) { return dispatch(code, data, answer); });
-}
-
 status_t BnUsbManager::dispatch(uint32_t code, const Parcel& data, Parcel& reply) {
     switch (code) {
-        case kStartup:
-            return reply.writeInt32(startup());
-        case kShutdown:
-            return reply.writeInt32(shutdown());
         case kGetUsbDeviceCount:
             return reply.writeInt32(getUsbDeviceCount());
         case kGetCertificationMode:
             return reply.writeInt32(getCertificationMode());
-        case kAddNotifier:
-            return reply.writeInt32(addNotifier(data.readStrongBinder()));
-        case kRemoveNotifier:
         // Clients count on it: over the wire this removes the manager notifier, never the host notifier.
         case kRemoveHostNotifier:
             return reply.writeInt32(removeNotifier(data.readStrongBinder()));

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <binder/IInterface.h>
-#include <utils/Mutex.h>
-#include <utils/String16.h>
-
-#include "common/NotifierRegistry.h"
+#include "common/ManagerService.h"
 #include "usb/IUsbManager.h"
 #include "usb/UsbHostNotifierProxy.h"
 #include "usb/UsbHostNotifierWapper.h"
@@ -21,13 +17,18 @@ class UsbManagerNotifierDeathRecipient;
 
 /** The USB service's instance of the client registry for events. */
 struct UsbManagerNotifierTraits {
+    using Interface = IUsbManager;
+    using Impl = UsbManagerImplItf;
     using Manager = BnUsbManager;
     using NotifierItf = UsbManagerNotifierItf;
     using Wapper = UsbManagerNotifierWapper;
     using Proxy = UsbManagerNotifierProxy;
     using DeathRecipient = UsbManagerNotifierDeathRecipient;
 
+    static constexpr uint32_t kLastCode = Interface::kGetCertificationMode;
     static constexpr const char* kFile = "IUsbManager";
+    static constexpr const char* kConstructor =
+        "usb::BnUsbManager::BnUsbManager(const android::sp<usb::UsbManagerImplItf>&)";
     static constexpr const char* kAddFunction =
         "virtual int usb::BnUsbManager::addNotifier(const android::sp<android::IBinder>&)";
     static constexpr const char* kRemoveFunction =
@@ -73,19 +74,16 @@ class UsbHostNotifierDeathRecipient : public NotifierDeathRecipient<UsbHostNotif
 
 /**
  * The service object "UsbManager": unpacks requests for the USB manager's core and keeps the clients'
- * notifiers of both kinds.
+ * notifiers of both kinds. Its dump does not list the host notifiers. A text or a binder that a request lacks
+ * is null to the operation.
  *
  * Any thread, several at once.
  */
-class BnUsbManager : public android::BnInterface<IUsbManager> {
+class BnUsbManager : public ManagerService<UsbManagerNotifierTraits> {
   public:
     /** Serves @p impl and becomes its two notifiers. Aborts the process when it is null. */
     explicit BnUsbManager(const android::sp<UsbManagerImplItf>& impl);
 
-    int startup() override;
-    int shutdown() override;
-    int addNotifier(const android::sp<android::IBinder>& notifier) override;
-    int removeNotifier(const android::sp<android::IBinder>& notifier) override;
     int addHostNotifier(const android::sp<android::IBinder>& notifier) override;
     int removeHostNotifier(const android::sp<android::IBinder>& notifier) override;
     int configUsbEnumerateScheme(bool oldFirst) override;
@@ -115,41 +113,20 @@ class BnUsbManager : public android::BnInterface<IUsbManager> {
     int setCertificationMode(int mode) override;
     int getCertificationMode() override;
 
-    /**
-     * Writes the service's state to @p fd in one write: the registered manager notifiers when the first of
-     * @p args is "notifier", else the core's dump. Host notifiers are not listed.
-     * @return OK
-     */
-    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
-
-    /**
-     * Every reply begins with an int32 0, also those of the base class's transactions. A text or a binder
-     * that the request lacks is null to the operation.
-     * @return -1 when the request is not for this interface; an error status when a number of it is cut short
-     */
-    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
-                                 uint32_t flags = 0) override;
-
   protected:
     ~BnUsbManager() override = default;
 
   private:
-    friend struct UsbManagerNotifierTraits;
     friend struct UsbHostNotifierTraits;
 
-    android::status_t dispatch(uint32_t code, const android::Parcel& data, android::Parcel& reply);
+    android::status_t dispatch(uint32_t code, const android::Parcel& data, android::Parcel& reply) override;
     android::status_t dispatchText(uint32_t code, const char* text, android::Parcel& reply);
     android::status_t dispatchNumber(uint32_t code, int32_t value, android::Parcel& reply);
     android::status_t dispatchNumbers(uint32_t code, int32_t first, int32_t second, android::Parcel& reply);
     android::status_t replyUsbDevice(int32_t index, android::Parcel& reply);
 
-    const android::sp<UsbManagerNotifierProxy> mNotifierProxy;
     const android::sp<UsbHostNotifierProxy> mHostNotifierProxy;
-    /** Guards the entries of mNotifiers and mHostNotifiers. Taken before the proxies' locks. */
-    android::Mutex mLock;
-    NotifierRegistry<UsbManagerNotifierTraits> mNotifiers;
     NotifierRegistry<UsbHostNotifierTraits> mHostNotifiers;
-    const android::sp<UsbManagerImplItf> mImpl;
 };
 
 }  // namespace usb

@@ -4,7 +4,7 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
-#include "common/TransactionFrame.h"
+#include "common/NotifierAnswer.h"
 
 namespace usb {
 
@@ -21,13 +21,7 @@ int32_t BnUsbManagerNotifier::onEvent(int32_t event, int32_t value) {
 }
 
 status_t BnUsbManagerNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code != kOnEvent) {
-        return BBinder::onTransact(code, data, reply, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
-    return answerEvent(*this, data, reply);
+    return code == kOnEvent ? answerEvent(*this, data, reply) : BBinder::onTransact(code, data, reply, flags);
 }
 
 }  // namespace usb

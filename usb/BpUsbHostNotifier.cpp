@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/BpUsbHostNotifier.h"
 
-#include "usb/NotifierCall.h"
+#include "common/NotifierCall.h"
 #include "usb/UsbDeviceParcel.h"
 
 namespace usb {
@@ -9,10 +9,7 @@ namespace usb {
 using android::sp;
 
 int32_t BpUsbHostNotifier::onEvent(int32_t event, int32_t value) {
-    NotifierCall call(getInterfaceDescriptor());
-    call.request().writeInt32(event);
-    call.request().writeInt32(value);
-    return call.send(*remote(), kOnEvent);
+    return NotifierCall(getInterfaceDescriptor()).sendEvent(*remote(), kOnEvent, event, value);
 }
 
 int32_t BpUsbHostNotifier::onUsbDeviceAttached(const sp<UsbDeviceItf>& device) {

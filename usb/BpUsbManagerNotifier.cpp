@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "usb/BpUsbManagerNotifier.h"
 
-#include "usb/NotifierCall.h"
+#include "common/NotifierCall.h"
 
 namespace usb {
 
 int32_t BpUsbManagerNotifier::onEvent(int32_t event, int32_t value) {
-    NotifierCall call(getInterfaceDescriptor());
-    call.request().writeInt32(event);
-    call.request().writeInt32(value);
-    return call.send(*remote(), kOnEvent);
+    return NotifierCall(getInterfaceDescriptor()).sendEvent(*remote(), kOnEvent, event, value);
 }
 
 }  // namespace usb

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/Assert.h"
+#include "common/QueueStart.h"
 #include "usb/UsbDetectorMessageHandler.h"
 #include "usb/UsbDeviceBuilder.h"
 #include "usb/UsbDevicePublisher.h"
@@ -24,8 +25,6 @@ using Handler = UsbDetectorMessageHandler;
 namespace {
 
 constexpr int kQueueTimeoutMillis = 100;
-/** Each waits about 100 ms at most. */
-constexpr int kQueueStartAttempts = 50;
 
 constexpr uint16_t kVendorApple = 0x05AC;
 /** The high byte of the products that are phones. */
@@ -121,7 +120,8 @@ void UsbDetectorImpl::start() {
     if (mStop == 0) {
         return;
     }
-    startQueue();
+    // The event thread posts to the queue: on a slow machine it must not be faster than that.
+    startQueue(mMessageQueue);
     if (keepEventThread()) {
         return;
     }
@@ -137,15 +137,6 @@ void UsbDetectorImpl::start() {
     const int ret = pthread_create(&mThread, nullptr, eventThread, this);
     SERVICE_ASSERT(ret == 0, "!ret", LOG_TAG);
     mHasThread = true;
-}
-
-/** The event thread posts to the queue: on a slow machine it must not be faster than that. */
-void UsbDetectorImpl::startQueue() {
-    for (int attempt = 0; attempt < kQueueStartAttempts; ++attempt) {
-        if (mMessageQueue->start()) {
-            return;
-        }
-    }
 }
 
 void UsbDetectorImpl::stop() {

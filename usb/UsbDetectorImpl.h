@@ -84,7 +84,6 @@ class UsbDetectorImpl : public virtual android::RefBase {
     static int onHotplug(libusb_context* context, libusb_device* device, libusb_hotplug_event event,
                          void* detector);
 
-    void startQueue();
     void wakeEventThread();
     bool isEventThread() const REQUIRES(mTransitionLock);
     bool keepEventThread() REQUIRES(mTransitionLock);

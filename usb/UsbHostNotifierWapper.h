@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <binder/IBinder.h>
-
+#include "common/Assert.h"
+#include "common/NotifierWapper.h"
 #include "usb/IUsbHostNotifier.h"
 
 namespace usb {
@@ -12,20 +12,23 @@ namespace usb {
  *
  * The spelling of the name is part of the interface.
  */
-class UsbHostNotifierWapper : public UsbHostNotifierItf {
+class UsbHostNotifierWapper : public NotifierWapper<UsbHostNotifierItf, IUsbHostNotifier> {
   public:
     /** Aborts the process when @p notifier, the client's binder, is null. */
-    explicit UsbHostNotifierWapper(const android::sp<android::IBinder>& notifier);
+    explicit UsbHostNotifierWapper(const android::sp<android::IBinder>& notifier) : NotifierWapper(notifier) {
+        SERVICE_ASSERT(notifier != nullptr, "notifier.get()", "UsbHostNotifierWapper");
+    }
 
-    int32_t onUsbDeviceAttached(const android::sp<UsbDeviceItf>& device) override;
-    int32_t onUsbDeviceDetached(const android::sp<UsbDeviceItf>& device) override;
-    int32_t onEvent(int32_t event, int32_t value) override;
+    int32_t onUsbDeviceAttached(const android::sp<UsbDeviceItf>& device) override {
+        return mNotifier->onUsbDeviceAttached(device);
+    }
+
+    int32_t onUsbDeviceDetached(const android::sp<UsbDeviceItf>& device) override {
+        return mNotifier->onUsbDeviceDetached(device);
+    }
 
   protected:
     ~UsbHostNotifierWapper() override = default;
-
-  private:
-    const android::sp<IUsbHostNotifier> mNotifier;
 };
 
 }  // namespace usb

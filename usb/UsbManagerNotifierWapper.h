@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <binder/IBinder.h>
-
+#include "common/Assert.h"
+#include "common/NotifierWapper.h"
 #include "usb/IUsbManagerNotifier.h"
 
 namespace usb {
@@ -12,18 +12,16 @@ namespace usb {
  *
  * The spelling of the name is part of the interface.
  */
-class UsbManagerNotifierWapper : public UsbManagerNotifierItf {
+class UsbManagerNotifierWapper : public NotifierWapper<UsbManagerNotifierItf, IUsbManagerNotifier> {
   public:
     /** Aborts the process when @p notifier, the client's binder, is null. */
-    explicit UsbManagerNotifierWapper(const android::sp<android::IBinder>& notifier);
-
-    int32_t onEvent(int32_t event, int32_t value) override;
+    explicit UsbManagerNotifierWapper(const android::sp<android::IBinder>& notifier)
+        : NotifierWapper(notifier) {
+        SERVICE_ASSERT(notifier != nullptr, "notifier.get()", "UsbManagerNotifierWapper");
+    }
 
   protected:
     ~UsbManagerNotifierWapper() override = default;
-
-  private:
-    const android::sp<IUsbManagerNotifier> mNotifier;
 };
 
 }  // namespace usb

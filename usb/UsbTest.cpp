@@ -11,6 +11,7 @@
 #include <string>
 
 #include "common/Assert.h"
+#include "common/QueueStart.h"
 #include "usb/AttributeFile.h"
 #include "usb/CertificationPaths.h"
 #include "usb/UsbTestDetectorHandler.h"
@@ -42,8 +43,6 @@ constexpr nsecs_t kWriteTime = 100000000;
 constexpr nsecs_t kPowerTime = 500000000;
 
 constexpr int kQueueTimeoutMillis = 500;
-/** Each waits about 100 ms at most. */
-constexpr int kQueueStartAttempts = 50;
 
 bool isPort(int port) {
     return static_cast<unsigned>(port) < static_cast<unsigned>(kPorts);
@@ -145,19 +144,9 @@ void UsbTest::start() {
     const sp<UsbTID> checker = mTest->checker();
     checker->reset();
     mTest->mWait->start();
-    const bool posting = startQueue();
+    const bool posting = startQueue(mTest->mMessageQueue);
     Mutex::Autolock lock(mTest->mLock);
     mTest->mPosting = posting;
-}
-
-bool UsbTest::startQueue() {
-    // A start that ran out of its wait has logged so; on a loaded unit the thread may still be on its way.
-    for (int attempt = 0; attempt < kQueueStartAttempts; ++attempt) {
-        if (mTest->mMessageQueue->start()) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void UsbTest::stop() {

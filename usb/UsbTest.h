@@ -111,7 +111,6 @@ class UsbTest : public android::RefBase {
 
   private:
     void readCertificationMode();
-    bool startQueue();
     void setChargingSwitch(int port, int mode);
 
     int mMode = kModeUnread;

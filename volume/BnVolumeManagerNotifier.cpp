@@ -4,7 +4,7 @@
 #include <binder/Parcel.h>
 
 #include "common/Assert.h"
-#include "common/TransactionFrame.h"
+#include "common/NotifierAnswer.h"
 #include "volume/VolumeParcel.h"
 
 namespace volume {
@@ -31,19 +31,15 @@ int32_t BnVolumeManagerNotifier::onVolumeRemoved(const sp<VolumeItf>& volume) {
 
 status_t BnVolumeManagerNotifier::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                              uint32_t flags) {
-    if (code < kOnEvent || code > kOnVolumeRemoved) {
-        return BBinder::onTransact(code, data, reply, flags);
-    }
-    if (!data.checkInterface(this)) {
-        return -1;
-    }
     switch (code) {
         case kOnEvent:
             return answerEvent(*this, data, reply);
         case kOnVolumeAdded:
-            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeAdded, readVolume(data), reply);
+            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeAdded, readVolume, data, reply);
+        case kOnVolumeRemoved:
+            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeRemoved, readVolume, data, reply);
         default:
-            return answerRecord(*this, &BnVolumeManagerNotifier::onVolumeRemoved, readVolume(data), reply);
+            return BBinder::onTransact(code, data, reply, flags);
     }
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <binder/IBinder.h>
-
+#include "common/Assert.h"
+#include "common/NotifierWapper.h"
 #include "volume/IVolumeManagerNotifier.h"
 
 namespace volume {
@@ -12,20 +12,24 @@ namespace volume {
  *
  * The spelling of the name is part of the interface.
  */
-class VolumeManagerNotifierWapper : public VolumeManagerNotifierItf {
+class VolumeManagerNotifierWapper : public NotifierWapper<VolumeManagerNotifierItf, IVolumeManagerNotifier> {
   public:
     /** Aborts the process when @p notifier, the client's binder, is null. */
-    explicit VolumeManagerNotifierWapper(const android::sp<android::IBinder>& notifier);
+    explicit VolumeManagerNotifierWapper(const android::sp<android::IBinder>& notifier)
+        : NotifierWapper(notifier) {
+        SERVICE_ASSERT(notifier != nullptr, "notifier.get()", "VolumeManagerNotifierWapper");
+    }
 
-    int32_t onVolumeAdded(const android::sp<VolumeItf>& volume) override;
-    int32_t onVolumeRemoved(const android::sp<VolumeItf>& volume) override;
-    int32_t onEvent(int32_t event, int32_t value) override;
+    int32_t onVolumeAdded(const android::sp<VolumeItf>& volume) override {
+        return mNotifier->onVolumeAdded(volume);
+    }
+
+    int32_t onVolumeRemoved(const android::sp<VolumeItf>& volume) override {
+        return mNotifier->onVolumeRemoved(volume);
+    }
 
   protected:
     ~VolumeManagerNotifierWapper() override = default;
-
-  private:
-    const android::sp<IVolumeManagerNotifier> mNotifier;
 };
 
 }  // namespace volume

@@ -14,6 +14,14 @@ void EventQueue::push(Event event) {
     mChanged.notify_one();
 }
 
+int32_t EventQueue::pushCode(Event::Kind kind, int32_t code, int32_t value) {
+    Event event = Event::now(kind);
+    event.code = code;
+    event.value = value;
+    push(std::move(event));
+    return 0;
+}
+
 std::optional<Event> EventQueue::pop() {
     std::unique_lock<std::mutex> lock(mLock);
     mChanged.wait(lock, [this] { return mClosed || !mEvents.empty(); });

@@ -4,9 +4,11 @@
 #include <utils/RefBase.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 #include "tools/devicectl/Event.h"
 
@@ -25,6 +27,24 @@ class EventQueue : public virtual android::RefBase {
   public:
     /** Adds @p event at the end; after close() it is dropped. Never blocks on a reader. */
     void push(Event event);
+
+    /**
+     * Adds that the daemon told of @p record just now, as an event of @p kind.
+     * @param member where the event keeps it
+     * @return 0, for the daemon
+     */
+    template <typename Record>
+    int32_t pushRecord(Event::Kind kind, android::sp<Record> Event::*member,
+                       const android::sp<Record>& record) {
+        Event event = Event::now(kind);
+        event.*member = record;
+        push(std::move(event));
+        return 0;
+    }
+
+    /** Adds that the daemon told of the event @p code just now, as an event of @p kind. @return 0, for the
+     * daemon */
+    int32_t pushCode(Event::Kind kind, int32_t code, int32_t value);
 
     /** Waits for the next event and takes it; empty once the queue is closed and everything is taken. */
     std::optional<Event> pop();

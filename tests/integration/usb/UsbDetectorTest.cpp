@@ -920,32 +920,34 @@ void PrintTo(const AnswerCase& testCase, std::ostream* stream) {
     *stream << testCase.name;
 }
 
-class UsbAnswerTest : public UsbRequestTest, public ::testing::WithParamInterface<AnswerCase> {};
+class UsbAnswerTest : public UsbRequestTest, public ::testing::WithParamInterface<AnswerCase> {
+  public:
+    /**
+     * Has the phone asked whether it supports something.
+     * @param code the request that it gets
+     * @param line the number in the log line of a failure
+     */
+    void expectAnswer(bool (UsbDetector::*ask)(uint32_t deviceId), bool supported, uint8_t code, int line) {
+        const uint32_t id = attachAnswering(GetParam().answer);
+        EXPECT_EQ(supported, ((*mDetector).*ask)(id));
+        expectRequest(0, 0xC0, code, 0, 4);
+        std::vector<LogLine> expected;
+        if (GetParam().errorName != nullptr) {
+            expected.push_back(error("Line:[" + std::to_string(line) +
+                                     "],libusb control transfer fail! errorType[" + GetParam().errorName +
+                                     "]"));
+        }
+        EXPECT_EQ(expected, mLog.take(kTag));
+        EXPECT_EQ(1, opens());
+    }
+};
 
 TEST_P(UsbAnswerTest, CarplaySupport) {
-    const uint32_t id = attachAnswering(GetParam().answer);
-    EXPECT_EQ(GetParam().carplay, mDetector->isAppleCarplaySupport(id));
-    expectRequest(0, 0xC0, 0x53, 0, 4);
-    std::vector<LogLine> expected;
-    if (GetParam().errorName != nullptr) {
-        expected.push_back(error(std::string("Line:[942],libusb control transfer fail! errorType[") +
-                                 GetParam().errorName + "]"));
-    }
-    EXPECT_EQ(expected, mLog.take(kTag));
-    EXPECT_EQ(1, opens());
+    expectAnswer(&UsbDetector::isAppleCarplaySupport, GetParam().carplay, 0x53, 942);
 }
 
 TEST_P(UsbAnswerTest, AoaSupport) {
-    const uint32_t id = attachAnswering(GetParam().answer);
-    EXPECT_EQ(GetParam().aoa, mDetector->checkAoaModeSupport(id));
-    expectRequest(0, 0xC0, 0x33, 0, 4);
-    std::vector<LogLine> expected;
-    if (GetParam().errorName != nullptr) {
-        expected.push_back(error(std::string("Line:[979],libusb control transfer fail! errorType[") +
-                                 GetParam().errorName + "]"));
-    }
-    EXPECT_EQ(expected, mLog.take(kTag));
-    EXPECT_EQ(1, opens());
+    expectAnswer(&UsbDetector::checkAoaModeSupport, GetParam().aoa, 0x33, 979);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -77,6 +77,21 @@ class VolumeRoadTest : public VolumeFixture {
         unplug("sdfence");
         ASSERT_TRUE(waitForLine(ANDROID_LOG_INFO, "volume device remove path[/dev/sdfence] name[sdfence]"));
     }
+
+    /** Plugs "sda" and returns while the notifier hears of it, which takes until mMayGoOn is open. */
+    void plugUntilNotified() {
+        mRecorder->mInside = [this] {
+            mEntered.open();
+            EXPECT_TRUE(mMayGoOn.wait());
+        };
+        plugExt4("sda");
+        ASSERT_TRUE(mEntered.wait());
+    }
+
+    Gate mMayGoOn;
+
+  private:
+    Gate mEntered;
 };
 
 }  // namespace
@@ -472,18 +487,7 @@ TEST_F(VolumeRoadTest, RemovedWhileOneReadsAndOneWrites) {
 }
 
 TEST_F(VolumeRoadTest, TenQuickChangesAreOnePass) {
-    Gate entered;
-    Gate leave;
-    bool first = true;
-    mRecorder->mInside = [&] {
-        if (first) {
-            first = false;
-            entered.open();
-            EXPECT_TRUE(leave.wait());
-        }
-    };
-    plugExt4("sda");
-    ASSERT_TRUE(entered.wait());
+    ASSERT_NO_FATAL_FAILURE(plugUntilNotified());
     makeExt4(mFolder / "b", "B", kUuid);
     LoopDisk disk(mFolder / "b");
     for (int i = 0; i < 5; ++i) {
@@ -495,7 +499,7 @@ TEST_F(VolumeRoadTest, TenQuickChangesAreOnePass) {
         }
     }
     // The lists are ahead of the notifier, which hears only what is left of the changes.
-    leave.open();
+    mMayGoOn.open();
     expectCalls({added("sda"), added("sdb")});
     unplug("sda");
     unplug("sdb");
@@ -505,37 +509,23 @@ TEST_F(VolumeRoadTest, TenQuickChangesAreOnePass) {
 }
 
 TEST_F(VolumeRoadTest, AVolumeThatCameAndWentUnnoticedIsNotReported) {
-    Gate entered;
-    Gate leave;
-    mRecorder->mInside = [&] {
-        entered.open();
-        EXPECT_TRUE(leave.wait());
-    };
-    plugExt4("sda");
-    ASSERT_TRUE(entered.wait());
+    ASSERT_NO_FATAL_FAILURE(plugUntilNotified());
     plug("sdb", kNoDisk);
     ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 2; }));
     unplug("sdb");
     ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 1; }));
-    leave.open();
+    mMayGoOn.open();
     unplug("sda");
     expectCalls({added("sda"), removed("sda")});
 }
 
 TEST_F(VolumeRoadTest, AVolumeThatChangedIsReportedRemovedFirst) {
-    Gate entered;
-    Gate leave;
-    mRecorder->mInside = [&] {
-        entered.open();
-        EXPECT_TRUE(leave.wait());
-    };
-    plugExt4("sda");
-    ASSERT_TRUE(entered.wait());
+    ASSERT_NO_FATAL_FAILURE(plugUntilNotified());
     unplug("sda");
     ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 0; }));
     plug("sda", mDisks["sda"]->number());
     ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 1; }));
-    leave.open();
+    mMayGoOn.open();
     ASSERT_TRUE(mRecorder->waitFor(3));
     EXPECT_EQ(removed("sda"), mRecorder->calls()[1]);
     EXPECT_EQ(added("sda"), mRecorder->calls()[2]);
@@ -648,18 +638,11 @@ TEST_F(VolumeRoadTest, ShutDownFromInsideANotification) {
 }
 
 TEST_F(VolumeRoadTest, ASlowNotifierDelaysNoQueryAndNoMount) {
-    Gate entered;
-    Gate leave;
-    mRecorder->mInside = [&] {
-        entered.open();
-        EXPECT_TRUE(leave.wait());
-    };
-    plugExt4("sda");
-    ASSERT_TRUE(entered.wait());
+    ASSERT_NO_FATAL_FAILURE(plugUntilNotified());
     plugExt4("sdb");
     EXPECT_TRUE(eventually([this] { return mManager->getVolumeCount() == 2; }));
     EXPECT_EQ(0, access("/media/sdb/lost+found", F_OK));
-    leave.open();
+    mMayGoOn.open();
     expectCalls({added("sda"), added("sdb")});
     unplug("sda");
     unplug("sdb");

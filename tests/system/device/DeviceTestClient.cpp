@@ -7,14 +7,12 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
-#include <binder/ProcessState.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -27,6 +25,7 @@
 
 #include "device/BnDeviceManagerNotifier.h"
 #include "device/IDeviceManager.h"
+#include "tests/system/StepClient.h"
 
 namespace {
 
@@ -59,12 +58,6 @@ steps:
   broken-dump       ask for a dump into a pipe that nobody reads
   hold              wait until standard input ends
 )";
-
-void print(const json& object) {
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
-    std::cout << object.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
-}
 
 /** The account of a storm of numbered events. */
 class Storm {
@@ -262,23 +255,5 @@ class Client {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        fputs(kUsage, stderr);
-        return 2;
-    }
-    android::ProcessState::self()->startThreadPool();
-    Client client;
-    if (!client.connected()) {
-        fputs("device-test-client: the service is not registered\n", stderr);
-        return 3;
-    }
-    for (int i = 1; i < argc; ++i) {
-        if (!client.run(argv[i])) {
-            fputs(kUsage, stderr);
-            _exit(2);
-        }
-    }
-    // The binder threads still run: no destructor of a static object may meet them.
-    std::cout.flush();
-    _exit(EXIT_SUCCESS);
+    return runSteps<Client>(argc, argv, "device-test-client", kUsage);
 }

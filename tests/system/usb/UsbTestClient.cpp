@@ -10,19 +10,17 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
-#include <binder/ProcessState.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <map>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "tests/system/StepClient.h"
 
 namespace {
 
@@ -59,12 +57,6 @@ enum NotifierCode : uint32_t { kOnEvent = 1, kOnAttached = 2, kOnDetached = 3 };
 const String16& managerToken() {
     static const auto* const kToken = new String16("usb.UsbManager");
     return *kToken;
-}
-
-void print(const json& object) {
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
-    std::cout << object.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
 }
 
 /** The record's numbers by name. "left" is what the parcel holds after it, in bytes. */
@@ -243,23 +235,5 @@ class Client {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        fputs(kUsage, stderr);
-        return 2;
-    }
-    android::ProcessState::self()->startThreadPool();
-    Client client;
-    if (!client.connected()) {
-        fputs("usb-test-client: the service is not registered\n", stderr);
-        return 3;
-    }
-    for (int i = 1; i < argc; ++i) {
-        if (!client.run(argv[i])) {
-            fputs(kUsage, stderr);
-            _exit(2);
-        }
-    }
-    // The binder threads still run: no destructor of a static object may meet them.
-    std::cout.flush();
-    _exit(EXIT_SUCCESS);
+    return runSteps<Client>(argc, argv, "usb-test-client", kUsage);
 }

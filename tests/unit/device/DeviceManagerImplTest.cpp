@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 #include "device/Device.h"
@@ -15,6 +16,7 @@
 #include "tests/unit/device/FakeUevents.h"
 #include "tests/unit/device/Recorder.h"
 #include "tests/unit/support/LogCapture.h"
+#include "tests/unit/support/ManagerTransitions.h"
 
 using android::Message;
 using android::sp;
@@ -71,6 +73,21 @@ class DeviceManagerImplTest : public ::testing::Test {
         return text.string();
     }
 
+    /** Has @p shutdown run inside a notification; the manager starts again all the same. */
+    void expectShutdownAndStart(const std::function<void()>& shutdown) {
+        mRecorder->mInside = shutdown;
+        mManager->setNotifier(mRecorder);
+        mManager->startup();
+        mUevents.send("add", "/devices/x", "block");
+        ASSERT_TRUE(mRecorder->waitFor(1));
+        EXPECT_EQ(0, mManager->state());
+        mRecorder->mInside = nullptr;
+        mManager->startup();
+        mUevents.send("add", "/devices/y", "block");
+        EXPECT_TRUE(mRecorder->waitFor(2));
+        mManager->shutdown();
+    }
+
     LogCapture mLog;
     FakeUevents mUevents;
     sp<DeviceObserver> mObserver = new DeviceObserver(mUevents.observer());
@@ -81,24 +98,11 @@ class DeviceManagerImplTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(DeviceManagerImplTest, LogsRepeatedTransitions) {
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(1, mManager->state());
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(0, mManager->state());
-    EXPECT_THAT(mLog.take(kTag),
-                ElementsAre(LogLine{ANDROID_LOG_WARN, kTag, "already shutdown, no need re-shutdown"},
-                            LogLine{ANDROID_LOG_WARN, kTag, "already startup, no need re-startup"}));
+    expectRepeatedTransitionsLogged(*mManager, mLog, kTag);
 }
 
 TEST_F(DeviceManagerImplTest, LogsAnImpossibleState) {
-    mManager->setState(7);
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(7, mManager->state());
-    EXPECT_THAT(mLog.take(kTag), ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag, "unknown state[7], why??"},
-                                             LogLine{ANDROID_LOG_ERROR, kTag, "unknown state[7], why??"}));
+    expectImpossibleStateLogged(*mManager, mLog, kTag);
 }
 
 TEST_F(DeviceManagerImplTest, TellsControllerPaths) {
@@ -313,32 +317,12 @@ TEST_F(DeviceManagerImplTest, HandlersOutliveTheManager) {
 
 // A notification that led to a shutdown waited for the thread that it ran on.
 TEST_F(DeviceManagerImplTest, ShutsDownFromInsideANotification) {
-    mRecorder->mInside = [&] { mManager->shutdown(); };
-    mManager->setNotifier(mRecorder);
-    mManager->startup();
-    mUevents.send("add", "/devices/x", "block");
-    ASSERT_TRUE(mRecorder->waitFor(1));
-    EXPECT_EQ(0, mManager->state());
-    mRecorder->mInside = nullptr;
-    mManager->startup();
-    mUevents.send("add", "/devices/y", "block");
-    EXPECT_TRUE(mRecorder->waitFor(2));
-    mManager->shutdown();
+    expectShutdownAndStart([&] { mManager->shutdown(); });
 }
 
 // The thread that a notification waits for was itself waiting for the notification.
 TEST_F(DeviceManagerImplTest, ShutsDownFromAThreadThatANotificationWaitsFor) {
-    mRecorder->mInside = [&] { std::thread([&] { mManager->shutdown(); }).join(); };
-    mManager->setNotifier(mRecorder);
-    mManager->startup();
-    mUevents.send("add", "/devices/x", "block");
-    ASSERT_TRUE(mRecorder->waitFor(1));
-    EXPECT_EQ(0, mManager->state());
-    mRecorder->mInside = nullptr;
-    mManager->startup();
-    mUevents.send("add", "/devices/y", "block");
-    EXPECT_TRUE(mRecorder->waitFor(2));
-    mManager->shutdown();
+    expectShutdownAndStart([&] { std::thread([&] { mManager->shutdown(); }).join(); });
 }
 
 // The uevent thread needs the lock of the list; a shutdown that held it waited for that thread for ever.

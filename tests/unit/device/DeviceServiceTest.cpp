@@ -3,15 +3,11 @@
  * @file
  * The service object on its wire: parcels field by field, the registry, the dump.
  */
-#include <android/log.h>
 #include <binder/Parcel.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <functional>
-#include <memory>
-#include <thread>
 
 #include "device/BnDeviceManager.h"
 #include "device/BnDeviceManagerNotifier.h"
@@ -21,9 +17,8 @@
 #include "device/DeviceParcel.h"
 #include "tests/unit/device/Recorder.h"
 #include "tests/unit/support/LoopbackBinder.h"
-#include "tests/unit/support/ServiceFixture.h"
+#include "tests/unit/support/ServiceObjectTests.h"
 
-using android::BBinder;
 using android::IBinder;
 using android::OK;
 using android::Parcel;
@@ -33,7 +28,6 @@ using android::String16;
 using android::String8;
 using android::UNKNOWN_TRANSACTION;
 using android::Vector;
-using android::wp;
 using device::BnDeviceManager;
 using device::BnDeviceManagerNotifier;
 using device::BpDeviceManager;
@@ -107,34 +101,32 @@ void expectEqual(const sp<DeviceItf>& expected, const sp<DeviceItf>& actual) {
     }
 }
 
-class DeviceServiceTest : public ServiceFixture<BnDeviceManager, IDeviceManager, FakeCore> {
-  protected:
-    status_t transact(uint32_t code, const Writer& write, Parcel* reply,
-                      const char* token = "device.DeviceManager") {
-        return ServiceFixture::transact(code, write, reply, token);
-    }
-
-    /** A client's notifier as the service sees it from another process. */
-    static sp<LoopbackBinder> remoteNotifier(const sp<Recorder>& recorder) {
-        return new LoopbackBinder(new BnDeviceManagerNotifier(recorder), getpid());
-    }
-
-    sp<Recorder> mRecorder = new Recorder(77);
-};
-
-using DeviceServiceDeathTest = DeviceServiceTest;
-
 }  // namespace
 
-TEST_F(DeviceServiceTest, ProxiesAndDescriptors) {
-    EXPECT_EQ(String16("device.DeviceManager"), IDeviceManager::descriptor);
-    EXPECT_EQ(String16("device.DeviceManagerNotifier"), IDeviceManagerNotifier::descriptor);
-    EXPECT_NE(mService.get(), static_cast<IDeviceManager*>(mProxy.get()));
-    EXPECT_EQ(mService, android::interface_cast<IDeviceManager>(sp<IBinder>(mService)));
-    EXPECT_EQ(nullptr, android::interface_cast<IDeviceManager>(nullptr));
-    EXPECT_EQ(sp<IBinder>(mRemote), android::IInterface::asBinder(mProxy));
-    EXPECT_NE(nullptr, mCore->mNotifier);
-}
+/** The device service, for what every service does. */
+struct DeviceKind : device::DeviceNotifierTraits {
+    using Core = FakeCore;
+    using NotifierInterface = device::IDeviceManagerNotifier;
+    using NativeNotifier = BnDeviceManagerNotifier;
+    using Recorder = ::Recorder;
+    static constexpr const char* kToken = "device.DeviceManager";
+    static constexpr const char* kNotifierToken = "device.DeviceManagerNotifier";
+    static constexpr const char* kName = "DeviceManager";
+    static constexpr const char* kFile = "IDeviceManager";
+    static constexpr const char* kClass = "device::BnDeviceManager";
+    static constexpr const char* kCoreClass = "device::DeviceManagerImplItf";
+    static constexpr const char* kWapperFile = "DeviceManagerNotifierWapper";
+    static constexpr const char* kNotifierFile = "IDeviceManagerNotifier";
+    static constexpr const char* kCoreDump = "core dump\n";
+    static constexpr uint32_t kLastCode = 7;
+    static constexpr int kStarted = 11;
+    static std::vector<std::string> callsOf(Core& core) { return core.mCalls; }
+};
+
+using DeviceServiceTest = ServiceObjectTest<DeviceKind>;
+
+INSTANTIATE_TYPED_TEST_SUITE_P(DeviceServiceTest, ServiceObjectTest, DeviceKind);
+INSTANTIATE_TYPED_TEST_SUITE_P(DeviceServiceDeathTest, ServiceObjectDeathTest, DeviceKind);
 
 TEST_F(DeviceServiceTest, RepliesFieldByField) {
     Parcel startup;
@@ -202,54 +194,6 @@ TEST_F(DeviceServiceTest, RepliesDevicesFieldByField) {
     EXPECT_THAT(mCore->mCalls, ElementsAre("getDevices /devices/1/2"));
 }
 
-TEST_F(DeviceServiceTest, RegistersAndRemovesOverTheWire) {
-    const sp<BnDeviceManagerNotifier> notifier = new BnDeviceManagerNotifier(mRecorder);
-    for (const uint32_t code : {1U, 2U}) {
-        Parcel reply;
-        EXPECT_EQ(OK, transact(
-                          code, [&](Parcel& request) { request.writeStrongBinder(notifier); }, &reply));
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-        EXPECT_THAT(dump({"notifier"}), HasSubstr(code == 1 ? "notifier size[1]" : "notifier size[0]"));
-    }
-}
-
-TEST_F(DeviceServiceTest, RefusesAnotherInterfacesToken) {
-    for (uint32_t code = 1; code <= 7; ++code) {
-        Parcel reply;
-        EXPECT_EQ(-1, transact(code, nullptr, &reply, "device.DeviceManagerNotifier"));
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-        Parcel empty;
-        Parcel answer;
-        EXPECT_EQ(-1, mService->transact(code, empty, &answer));
-        EXPECT_EQ(sizeof(int32_t), answer.dataSize());
-    }
-    EXPECT_TRUE(mCore->mCalls.empty());
-}
-
-TEST_F(DeviceServiceTest, LeavesOtherCodesToTheBaseClassBehindAZero) {
-    for (const uint32_t code : {0U, 8U, 4711U, 0xffffffffU}) {
-        Parcel reply;
-        EXPECT_EQ(UNKNOWN_TRANSACTION, transact(code, nullptr, &reply)) << code;
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-    }
-    Parcel ping;
-    EXPECT_EQ(OK, transact(IBinder::PING_TRANSACTION, nullptr, &ping));
-    EXPECT_EQ(0, ping.readInt32());
-    Parcel interface;
-    EXPECT_EQ(OK, transact(IBinder::INTERFACE_TRANSACTION, nullptr, &interface));
-    EXPECT_EQ(0, interface.readInt32());
-    EXPECT_EQ(String16("device.DeviceManager"), interface.readString16());
-}
-
-TEST_F(DeviceServiceTest, NeedsNoReplyParcel) {
-    EXPECT_EQ(OK, transact(3, nullptr, nullptr));
-    EXPECT_EQ(UNKNOWN_TRANSACTION, transact(8, nullptr, nullptr));
-}
-
 TEST_F(DeviceServiceTest, AnswersRequestsThatAreCutShortWithAnError) {
     const std::vector<std::pair<uint32_t, std::function<void(Parcel&)>>> requests = {
         {5, [](Parcel& data) { data.writeString8(String8("block")), data.writeString8(String8("sda")); }},
@@ -302,16 +246,6 @@ TEST_F(DeviceServiceTest, ProxyReadsZerosWhenTheCallFails) {
     EXPECT_EQ(nullptr, mProxy->getDevice(String8("block"), String8("sda")));
     EXPECT_TRUE(mProxy->getDevices(String8("/devices")).isEmpty());
     EXPECT_EQ(String8(), mProxy->getDevicePath(1, 0));
-}
-
-TEST_F(DeviceServiceTest, ProxyIgnoresTheExceptionCode) {
-    mRemote->onReply([](status_t* /*status*/, Parcel* reply) {
-        reply->freeData();
-        reply->writeInt32(-5);
-        reply->writeInt32(123);
-        reply->setDataPosition(0);
-    });
-    EXPECT_EQ(123, mProxy->startup());
 }
 
 TEST_F(DeviceServiceTest, ProxySurvivesHostileReplies) {
@@ -425,215 +359,4 @@ TEST_F(DeviceServiceTest, NotifiesClientsThroughTheWire) {
     for (const sp<Recorder>& recorder : {mRecorder, second}) {
         EXPECT_THAT(recorder->calls(), ElementsAre("added /devices/x", "removed /devices/x", "event 1 2"));
     }
-}
-
-TEST_F(DeviceServiceTest, DumpsTheRegistryOrTheCore) {
-    const sp<LoopbackBinder> first = remoteNotifier(mRecorder);
-    add(remoteNotifier(new Recorder()), kOther);
-    add(first, kClient);
-    EXPECT_THAT(dump({"notifier"}),
-                ::testing::MatchesRegex("-\\[device\\.DeviceManager\\]-\nnotifier size\\[2\\]\n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1001\\] \n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1002\\] \n"));
-    EXPECT_EQ("-[device.DeviceManager]-\ncore dump\n", dump({}));
-    EXPECT_EQ("-[device.DeviceManager]-\ncore dump\n", dump({"other", "notifier"}));
-    EXPECT_THAT(mCore->mCalls, ElementsAre("dump 0", "dump 2"));
-}
-
-TEST_F(DeviceServiceTest, RemovesTheCallersEntryWhateverBinderItPasses) {
-    const sp<LoopbackBinder> registered = remoteNotifier(mRecorder);
-    const sp<LoopbackBinder> passed = remoteNotifier(new Recorder());
-    add(registered, kClient);
-    EXPECT_EQ(1U, registered->linkCount());
-    remove(passed, kClient);
-    // The link was to be taken from the binder that was passed.
-    EXPECT_EQ(1U, registered->linkCount());
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_TRUE(mRecorder->calls().empty());
-}
-
-TEST_F(DeviceServiceTest, RemovalTakesTheDeathLinkBack) {
-    const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-    add(notifier, kClient);
-    remove(notifier, kClient);
-    EXPECT_EQ(0U, notifier->linkCount());
-    notifier->die();
-    EXPECT_TRUE(mLog.take("IDeviceManager").empty());
-}
-
-// Entries that stayed would be few in a test and many in years of clients that come and go.
-TEST_F(DeviceServiceTest, WhoGoesLeavesNothingInTheFanOut) {
-    auto* const fanOut = dynamic_cast<device::DeviceManagerNotifierProxy*>(mCore->mNotifier.get());
-    ASSERT_NE(nullptr, fanOut);
-    const sp<LoopbackBinder> dies = remoteNotifier(new Recorder());
-    const sp<LoopbackBinder> leaves = remoteNotifier(mRecorder);
-    const sp<LoopbackBinder> dead = remoteNotifier(new Recorder());
-    dead->die();
-    add(dies, kClient);
-    add(leaves, kOther);
-    add(dead, kOther + 1);
-    EXPECT_EQ(2U, fanOut->size());
-    dies->die();
-    EXPECT_EQ(1U, fanOut->size());
-    remove(leaves, kOther);
-    EXPECT_EQ(0U, fanOut->size());
-}
-
-TEST_F(DeviceServiceTest, DropsAClientThatDies) {
-    const sp<LoopbackBinder> dies = remoteNotifier(mRecorder);
-    const sp<Recorder> other = new Recorder();
-    add(dies, kClient);
-    add(remoteNotifier(other), kOther);
-    dies->die();
-    EXPECT_THAT(mLog.take("IDeviceManager"),
-                ElementsAre(LogLine{ANDROID_LOG_WARN, "IDeviceManager", "Application PID[1001] die"}));
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("pid[1002] \n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_THAT(other->calls(), ElementsAre("event 1 2"));
-    EXPECT_TRUE(mRecorder->calls().empty());
-    // The pid may be used again.
-    add(remoteNotifier(mRecorder), kClient);
-}
-
-// The notice of a death that crossed a removal found nothing, and ended the daemon.
-TEST_F(DeviceServiceTest, LateNoticeAfterRemovalDoesNothing) {
-    const sp<LoopbackBinder> registered = remoteNotifier(mRecorder);
-    add(registered, kClient);
-    remove(remoteNotifier(new Recorder()), kClient);
-    registered->die();
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
-}
-
-// The notice of a dead client took the entry of a newer one with the same pid.
-TEST_F(DeviceServiceTest, LateNoticeSparesANewClientWithTheSamePid) {
-    const sp<LoopbackBinder> former = remoteNotifier(new Recorder());
-    add(former, kClient);
-    remove(remoteNotifier(new Recorder()), kClient);
-    add(remoteNotifier(mRecorder), kClient);
-    former->die();
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_EQ(1U, mRecorder->calls().size());
-}
-
-// As above, with the notice under way already as the first registration goes: its recipient lives still.
-TEST_F(DeviceServiceTest, ANoticeUnderWaySparesANewClientWithTheSamePid) {
-    add(remoteNotifier(mRecorder), kClient);
-    const sp<IBinder::DeathRecipient> former =
-        new device::DeviceManagerNotifierDeathRecipient(mService, kClient);
-    former->binderDied(wp<IBinder>());
-    EXPECT_THAT(mLog.take("IDeviceManager"),
-                ElementsAre(LogLine{ANDROID_LOG_WARN, "IDeviceManager", "Application PID[1001] die"}));
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_EQ(1U, mRecorder->calls().size());
-}
-
-// The entry of a client that was dead before it was linked stayed for ever, and its pid with it.
-TEST_F(DeviceServiceTest, DropsAClientThatIsDeadAlready) {
-    const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-    notifier->die();
-    add(notifier, kClient);
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
-    add(remoteNotifier(mRecorder), kClient);
-}
-
-TEST_F(DeviceServiceTest, ANotifierMayBeRemovedAndDumpedWhileAClientIsCalled) {
-    const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-    mRecorder->mInside = [&] {
-        std::thread([&] {
-            remove(notifier, kClient);
-            add(remoteNotifier(new Recorder()), kOther);
-            EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
-        }).join();
-    };
-    add(notifier, kClient);
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_THAT(mRecorder->calls(), ElementsAre("event 1 2"));
-}
-
-TEST_F(DeviceServiceTest, ManyClientsComeGoAndDieAtOnce) {
-    constexpr int kClients = 4;
-    constexpr int kRounds = 100;
-    std::vector<std::thread> clients;
-    clients.reserve(kClients);
-    for (int client = 0; client < kClients; ++client) {
-        clients.emplace_back([this, pid = kClient + client] {
-            for (int round = 0; round < kRounds; ++round) {
-                const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-                add(notifier, pid);
-                if (round % 2 == 0) {
-                    notifier->die();
-                } else {
-                    remove(notifier, pid);
-                }
-            }
-        });
-    }
-    for (int round = 0; round < kRounds; ++round) {
-        mCore->mNotifier->onEvent(1, round);
-        EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size["));
-    }
-    for (std::thread& client : clients) {
-        client.join();
-    }
-    EXPECT_EQ("-[device.DeviceManager]-\nnotifier size[0]\n", dump({"notifier"}));
-    const size_t heard = mRecorder->calls().size();
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_EQ(heard, mRecorder->calls().size());
-}
-
-TEST_F(DeviceServiceTest, GoesWithItsClients) {
-    const wp<BnDeviceManager> service = mService;
-    const wp<Recorder> recorder = mRecorder;
-    const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-    add(notifier, kClient);
-    mRecorder.clear();
-    mProxy.clear();
-    mRemote.clear();
-    mService.clear();
-    EXPECT_EQ(nullptr, service.promote());
-    // Nobody is there to hear of it.
-    notifier->die();
-}
-
-TEST_F(DeviceServiceDeathTest, SecondRegistrationOfAProcess) {
-    EXPECT_DEATH(
-        {
-            add(remoteNotifier(mRecorder), kClient);
-            add(remoteNotifier(mRecorder), kClient);
-        },
-        "assertion \"index < 0\" failed: file \"IDeviceManager\", line [0-9]+, function \"virtual int "
-        "device::BnDeviceManager::addNotifier\\(const android::sp<android::IBinder>&\\)\"");
-}
-
-TEST_F(DeviceServiceDeathTest, RemovalByAnUnregisteredProcess) {
-    EXPECT_DEATH(
-        {
-            add(remoteNotifier(mRecorder), kOther);
-            remove(remoteNotifier(mRecorder), kClient);
-        },
-        "assertion \"index >= 0\" failed: file \"IDeviceManager\", line [0-9]+, function \"virtual int "
-        "device::BnDeviceManager::removeNotifier\\(const android::sp<android::IBinder>&\\)\"");
-}
-
-TEST_F(DeviceServiceDeathTest, NullBinders) {
-    EXPECT_DEATH(mService->addNotifier(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"IDeviceManager\"");
-    EXPECT_DEATH(mService->removeNotifier(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"IDeviceManager\"");
-    EXPECT_DEATH(new device::DeviceManagerNotifierWapper(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"DeviceManagerNotifierWapper\"");
-}
-
-TEST_F(DeviceServiceDeathTest, NullImplementations) {
-    EXPECT_DEATH(new BnDeviceManager(nullptr),
-                 "assertion \"impl.get\\(\\)\" failed: file \"IDeviceManager\", line [0-9]+, function "
-                 "\"device::BnDeviceManager::BnDeviceManager\\(const "
-                 "android::sp<device::DeviceManagerImplItf>&\\)\"");
-    EXPECT_DEATH(new BnDeviceManagerNotifier(nullptr), "assertion \"impl.get\\(\\)\" failed");
-    EXPECT_DEATH(new device::DeviceManagerNotifierDeathRecipient(wp<BnDeviceManager>(), 1),
-                 "assertion \"manager.get\\(\\)\" failed: file \"IDeviceManager\"");
 }

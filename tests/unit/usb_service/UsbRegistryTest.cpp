@@ -8,6 +8,7 @@
 
 #include <thread>
 
+#include "tests/unit/support/ServiceObjectTests.h"
 #include "tests/unit/usb_service/UsbServiceFixture.h"
 #include "usb/BnUsbHostNotifier.h"
 #include "usb/BnUsbManagerNotifier.h"
@@ -29,6 +30,29 @@ using UsbRegistryTest = UsbServiceFixture;
 using UsbRegistryDeathTest = UsbServiceFixture;
 
 }  // namespace
+
+/** The USB service and its manager notifiers, for what every service does. */
+struct UsbKind : usb::UsbManagerNotifierTraits {
+    using Core = FakeUsbCore;
+    using NotifierInterface = usb::IUsbManagerNotifier;
+    using NativeNotifier = usb::BnUsbManagerNotifier;
+    using Recorder = EventRecorder;
+    static constexpr const char* kToken = "usb.UsbManager";
+    static constexpr const char* kNotifierToken = "usb.UsbManagerNotifier";
+    static constexpr const char* kName = "UsbManager";
+    static constexpr const char* kFile = "IUsbManager";
+    static constexpr const char* kClass = "usb::BnUsbManager";
+    static constexpr const char* kCoreClass = "usb::UsbManagerImplItf";
+    static constexpr const char* kWapperFile = "UsbManagerNotifierWapper";
+    static constexpr const char* kNotifierFile = "IUsbManagerNotifier";
+    static constexpr const char* kCoreDump = "core dump\n";
+    static constexpr uint32_t kLastCode = 32;
+    static constexpr int kStarted = 103;
+    static std::vector<std::string> callsOf(Core& core) { return core.takeCalls(); }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(UsbServiceTest, ServiceObjectTest, UsbKind);
+INSTANTIATE_TYPED_TEST_SUITE_P(UsbServiceDeathTest, ServiceObjectDeathTest, UsbKind);
 
 TEST_F(UsbRegistryTest, AProcessMayHaveOneNotifierOfEachKind) {
     add(remote(mEvents), kClient);
@@ -79,17 +103,6 @@ TEST_F(UsbRegistryTest, TheObjectItselfRemovesEachKindAlone) {
     mCore->mHostNotifier->onEvent(3, 4);
     EXPECT_THAT(mEvents->calls(), IsEmpty());
     EXPECT_THAT(mHosts->calls(), ElementsAre("event 3 4"));
-}
-
-TEST_F(UsbRegistryTest, RemovesTheCallersEntryWhateverBinderItPasses) {
-    const sp<LoopbackBinder> registered = remote(mEvents);
-    add(registered, kClient);
-    remove(remote(sp<EventRecorder>(new EventRecorder())), kClient);
-    // The link was to be taken from the binder that was passed.
-    EXPECT_EQ(1U, registered->linkCount());
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_THAT(mEvents->calls(), IsEmpty());
 }
 
 TEST_F(UsbRegistryTest, DumpsTheManagerNotifiersOrTheCore) {
@@ -172,14 +185,7 @@ TEST_F(UsbRegistryTest, GoesWithItsClients) {
     hosts->die();
 }
 
-TEST_F(UsbRegistryDeathTest, SecondRegistrationOfAProcess) {
-    EXPECT_DEATH(
-        {
-            add(remote(mEvents), kClient);
-            add(remote(mEvents), kClient);
-        },
-        "assertion \"index < 0\" failed: file \"IUsbManager\", line [0-9]+, function \"virtual int "
-        "usb::BnUsbManager::addNotifier\\(const android::sp<android::IBinder>&\\)\"");
+TEST_F(UsbRegistryDeathTest, SecondHostRegistrationOfAProcess) {
     EXPECT_DEATH(
         {
             addHost(remote(mHosts), kClient);
@@ -216,14 +222,10 @@ TEST_F(UsbRegistryDeathTest, RemovingAHostNotifierOverTheWireWithoutAManagerNoti
         "usb::BnUsbManager::removeNotifier\\(const android::sp<android::IBinder>&\\)\"");
 }
 
-TEST_F(UsbRegistryDeathTest, NullBinders) {
+TEST_F(UsbRegistryDeathTest, NullHostBinders) {
     const char* const message = "assertion \"notifier.get\\(\\)\" failed: file \"IUsbManager\"";
-    EXPECT_DEATH(mService->addNotifier(nullptr), message);
-    EXPECT_DEATH(mService->removeNotifier(nullptr), message);
     EXPECT_DEATH(mService->addHostNotifier(nullptr), message);
     EXPECT_DEATH(mService->removeHostNotifier(nullptr), message);
-    EXPECT_DEATH(new usb::UsbManagerNotifierWapper(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"UsbManagerNotifierWapper\"");
     EXPECT_DEATH(new usb::UsbHostNotifierWapper(nullptr),
                  "assertion \"notifier.get\\(\\)\" failed: file \"UsbHostNotifierWapper\"");
 }
@@ -236,16 +238,9 @@ TEST_F(UsbRegistryDeathTest, ARequestWithoutItsBinderCountsAsANullOne) {
     }
 }
 
-TEST_F(UsbRegistryDeathTest, NullImplementations) {
-    EXPECT_DEATH(new BnUsbManager(nullptr),
-                 "assertion \"impl.get\\(\\)\" failed: file \"IUsbManager\", line [0-9]+, function "
-                 "\"usb::BnUsbManager::BnUsbManager\\(const android::sp<usb::UsbManagerImplItf>&\\)\"");
-    EXPECT_DEATH(new usb::BnUsbManagerNotifier(nullptr),
-                 "assertion \"impl.get\\(\\)\" failed: file \"IUsbManagerNotifier\"");
+TEST_F(UsbRegistryDeathTest, NullHostImplementations) {
     EXPECT_DEATH(new usb::BnUsbHostNotifier(nullptr),
                  "assertion \"impl.get\\(\\)\" failed: file \"IUsbHostNotifier\"");
-    EXPECT_DEATH(new usb::UsbManagerNotifierDeathRecipient(wp<BnUsbManager>(), 1),
-                 "assertion \"manager.get\\(\\)\" failed: file \"IUsbManager\"");
     EXPECT_DEATH(new usb::UsbHostNotifierDeathRecipient(wp<BnUsbManager>(), 1),
                  "assertion \"manager.get\\(\\)\" failed: file \"IUsbManager\"");
 }

@@ -8,12 +8,11 @@
 
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
-#include <utils/Mutex.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "tests/unit/support/CallRecorder.h"
 #include "tests/unit/support/LoopbackBinder.h"
 #include "tests/unit/support/ServiceFixture.h"
 #include "usb/BnUsbManager.h"
@@ -119,37 +118,12 @@ class FakeUsbCore : public usb::UsbManagerImplItf {
 };
 
 /** Remembers each event as "event CODE VALUE". Any thread. */
-class EventRecorder : public usb::UsbManagerNotifierItf {
-  public:
-    explicit EventRecorder(int32_t result = 0) : mResult(result) {}
-
-    int32_t onEvent(int32_t event, int32_t value) override {
-        if (mInside) {
-            mInside();
-        }
-        android::Mutex::Autolock lock(mLock);
-        mCalls.push_back("event " + std::to_string(event) + " " + std::to_string(value));
-        return mResult;
-    }
-
-    std::vector<std::string> calls() const {
-        android::Mutex::Autolock lock(mLock);
-        return mCalls;
-    }
-
-    /** Runs inside each call, before it is remembered. Set before the first call. */
-    std::function<void()> mInside;
-
-  private:
-    const int32_t mResult;
-    mutable android::Mutex mLock;
-    std::vector<std::string> mCalls GUARDED_BY(mLock);
-};
+using EventRecorder = CallRecorder<usb::UsbManagerNotifierItf>;
 
 /** Remembers each call as "attached ID", "detached ID" or "event CODE VALUE". Any thread. */
-class HostRecorder : public usb::UsbHostNotifierItf {
+class HostRecorder : public CallRecorder<usb::UsbHostNotifierItf, usb::UsbDeviceItf> {
   public:
-    explicit HostRecorder(int32_t result = 0) : mResult(result) {}
+    using CallRecorder::CallRecorder;
 
     int32_t onUsbDeviceAttached(const android::sp<usb::UsbDeviceItf>& device) override {
         return note("attached " + std::to_string(device->getId()), device);
@@ -157,32 +131,8 @@ class HostRecorder : public usb::UsbHostNotifierItf {
     int32_t onUsbDeviceDetached(const android::sp<usb::UsbDeviceItf>& device) override {
         return note("detached " + std::to_string(device->getId()), device);
     }
-    int32_t onEvent(int32_t event, int32_t value) override {
-        return note("event " + std::to_string(event) + " " + std::to_string(value), nullptr);
-    }
 
-    std::vector<std::string> calls() const {
-        android::Mutex::Autolock lock(mLock);
-        return mCalls;
-    }
-
-    android::sp<usb::UsbDeviceItf> lastDevice() const {
-        android::Mutex::Autolock lock(mLock);
-        return mLastDevice;
-    }
-
-  private:
-    int32_t note(const std::string& call, const android::sp<usb::UsbDeviceItf>& device) {
-        android::Mutex::Autolock lock(mLock);
-        mCalls.push_back(call);
-        mLastDevice = device;
-        return mResult;
-    }
-
-    const int32_t mResult;
-    mutable android::Mutex mLock;
-    std::vector<std::string> mCalls GUARDED_BY(mLock);
-    android::sp<usb::UsbDeviceItf> mLastDevice GUARDED_BY(mLock);
+    android::sp<usb::UsbDeviceItf> lastDevice() const { return last(); }
 };
 
 /** A device whose values all differ, with @p interfaces interfaces of classes 40, 41, ... */

@@ -24,7 +24,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using usb::BnUsbHostNotifier;
-using usb::BnUsbManager;
 using usb::BnUsbManagerNotifier;
 using usb::IUsbHostNotifier;
 using usb::IUsbManager;
@@ -34,7 +33,6 @@ using usb::UsbDeviceItf;
 namespace {
 
 constexpr const char* kTag = "IUsbManager";
-constexpr uint32_t kLastCode = 32;
 
 using UsbWireTest = UsbServiceFixture;
 
@@ -226,38 +224,9 @@ TEST_F(UsbWireTest, RemovingAHostNotifierRemovesTheManagerNotifier) {
     EXPECT_THAT(mHosts->calls(), ElementsAre("attached 4", "detached 4"));
 }
 
-TEST_F(UsbWireTest, RefusesAnotherInterfacesToken) {
-    for (uint32_t code = 1; code <= kLastCode; ++code) {
-        Parcel reply;
-        EXPECT_EQ(-1, transact(code, nullptr, &reply, "usb.UsbManagerNotifier"));
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-        Parcel empty;
-        Parcel answer;
-        EXPECT_EQ(-1, mService->transact(code, empty, &answer));
-        EXPECT_EQ(sizeof(int32_t), answer.dataSize());
-    }
-    EXPECT_THAT(mCore->takeCalls(), IsEmpty());
-}
-
-TEST_F(UsbWireTest, LeavesOtherCodesToTheBaseClassBehindAZero) {
-    for (const uint32_t code : {0U, 33U, 4711U, 0xffffffffU}) {
-        Parcel reply;
-        EXPECT_EQ(UNKNOWN_TRANSACTION, transact(code, nullptr, &reply)) << code;
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-    }
-    Parcel interface;
-    EXPECT_EQ(OK, transact(IBinder::INTERFACE_TRANSACTION, nullptr, &interface));
-    EXPECT_EQ(0, interface.readInt32());
-    EXPECT_EQ(String16("usb.UsbManager"), interface.readString16());
-}
-
-TEST_F(UsbWireTest, NeedsNoReplyParcel) {
-    EXPECT_EQ(OK, transact(3, nullptr, nullptr));
+TEST_F(UsbWireTest, AQueryNeedsNoReplyParcel) {
     mCore->mDevice = makeUsbDevice(1, 1);
     EXPECT_EQ(OK, transact(23, ints({0}), nullptr));
-    EXPECT_EQ(UNKNOWN_TRANSACTION, transact(33, nullptr, nullptr));
 }
 
 TEST_F(UsbWireTest, RefusesRequestsWhoseNumbersAreCutShort) {

@@ -8,6 +8,7 @@
 #include "tests/unit/common/ThreadProbe.h"
 #include "tests/unit/device/FakeUevents.h"
 #include "tests/unit/support/LogCapture.h"
+#include "tests/unit/support/ManagerTransitions.h"
 #include "tests/unit/volume/VolumeRecorder.h"
 #include "volume/VolumeManagerDetectorNotifier.h"
 #include "volume/VolumeManagerMessageHandler.h"
@@ -49,24 +50,11 @@ class VolumeManagerImplTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(VolumeManagerImplTest, LogsRepeatedTransitions) {
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(1, mManager->state());
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(0, mManager->state());
-    EXPECT_THAT(mLog.take(kTag),
-                ElementsAre(LogLine{ANDROID_LOG_WARN, kTag, "already shutdown, no need re-shutdown"},
-                            LogLine{ANDROID_LOG_WARN, kTag, "already startup, no need re-startup"}));
+    expectRepeatedTransitionsLogged(*mManager, mLog, kTag);
 }
 
 TEST_F(VolumeManagerImplTest, LogsAnImpossibleState) {
-    mManager->setState(7);
-    EXPECT_EQ(0, mManager->startup());
-    EXPECT_EQ(0, mManager->shutdown());
-    EXPECT_EQ(7, mManager->state());
-    EXPECT_THAT(mLog.take(kTag), ElementsAre(LogLine{ANDROID_LOG_ERROR, kTag, "unknown state[7], why??"},
-                                             LogLine{ANDROID_LOG_ERROR, kTag, "unknown state[7], why??"}));
+    expectImpossibleStateLogged(*mManager, mLog, kTag);
 }
 
 TEST_F(VolumeManagerImplTest, RunsItsThreadsWhileStarted) {

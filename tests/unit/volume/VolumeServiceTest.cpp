@@ -7,16 +7,13 @@
 #include <binder/Parcel.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <climits>
-#include <functional>
-#include <memory>
 #include <thread>
 
 #include "tests/unit/support/LoopbackBinder.h"
-#include "tests/unit/support/ServiceFixture.h"
+#include "tests/unit/support/ServiceObjectTests.h"
 #include "tests/unit/volume/VolumeRecorder.h"
 #include "volume/BnVolumeManager.h"
 #include "volume/BnVolumeManagerNotifier.h"
@@ -34,7 +31,6 @@ using android::String16;
 using android::String8;
 using android::UNKNOWN_TRANSACTION;
 using android::Vector;
-using android::wp;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using volume::BnVolumeManager;
@@ -109,34 +105,32 @@ void expectEqual(const sp<VolumeItf>& expected, const sp<VolumeItf>& actual) {
     EXPECT_EQ(textsOf(*expected), textsOf(*actual));
 }
 
-class VolumeServiceTest : public ServiceFixture<BnVolumeManager, IVolumeManager, FakeCore> {
-  protected:
-    status_t transact(uint32_t code, const Writer& write, Parcel* reply, const char* token = kToken) {
-        return ServiceFixture::transact(code, write, reply, token);
-    }
-
-    /** A client's notifier as the service sees it from another process. */
-    static sp<LoopbackBinder> remoteNotifier(const sp<VolumeRecorder>& recorder) {
-        return new LoopbackBinder(new BnVolumeManagerNotifier(recorder), getpid());
-    }
-
-    sp<VolumeRecorder> mRecorder = new VolumeRecorder(77);
-};
-
-using VolumeServiceDeathTest = VolumeServiceTest;
-
 }  // namespace
 
-TEST_F(VolumeServiceTest, ProxiesAndDescriptors) {
-    EXPECT_EQ(String16(kToken), IVolumeManager::descriptor);
-    EXPECT_EQ(String16(kNotifierToken), IVolumeManagerNotifier::descriptor);
-    EXPECT_STREQ("VolumeManager", IVolumeManager::kServiceName);
-    EXPECT_NE(mService.get(), static_cast<IVolumeManager*>(mProxy.get()));
-    EXPECT_EQ(mService, android::interface_cast<IVolumeManager>(sp<IBinder>(mService)));
-    EXPECT_EQ(nullptr, android::interface_cast<IVolumeManager>(nullptr));
-    EXPECT_EQ(sp<IBinder>(mRemote), android::IInterface::asBinder(mProxy));
-    EXPECT_NE(nullptr, mCore->mNotifier);
-}
+/** The volume service, for what every service does. */
+struct VolumeKind : volume::VolumeNotifierTraits {
+    using Core = FakeCore;
+    using NotifierInterface = volume::IVolumeManagerNotifier;
+    using NativeNotifier = BnVolumeManagerNotifier;
+    using Recorder = VolumeRecorder;
+    static constexpr const char* kToken = "volume.VolumeManager";
+    static constexpr const char* kNotifierToken = "volume.VolumeManagerNotifier";
+    static constexpr const char* kName = "VolumeManager";
+    static constexpr const char* kFile = "IVolumeManager";
+    static constexpr const char* kClass = "volume::BnVolumeManager";
+    static constexpr const char* kCoreClass = "volume::VolumeManagerImplItf";
+    static constexpr const char* kWapperFile = "VolumeManagerNotifierWapper";
+    static constexpr const char* kNotifierFile = "IVolumeManagerNotifier";
+    static constexpr const char* kCoreDump = "dump volume sample\n";
+    static constexpr uint32_t kLastCode = 6;
+    static constexpr int kStarted = 11;
+    static std::vector<std::string> callsOf(Core& core) { return core.mCalls; }
+};
+
+using VolumeServiceTest = ServiceObjectTest<VolumeKind>;
+
+INSTANTIATE_TYPED_TEST_SUITE_P(VolumeServiceTest, ServiceObjectTest, VolumeKind);
+INSTANTIATE_TYPED_TEST_SUITE_P(VolumeServiceDeathTest, ServiceObjectDeathTest, VolumeKind);
 
 TEST_F(VolumeServiceTest, RepliesFieldByField) {
     for (const auto& [code, result] : {std::pair(3U, 11), std::pair(4U, 12), std::pair(5U, 0)}) {
@@ -184,53 +178,9 @@ TEST_F(VolumeServiceTest, AnswersAnyIndexOutsideOfTheListWithThePlaceholder) {
     expectEqual(mCore->mVolumes[0], mProxy->queryVolume(0));
 }
 
-TEST_F(VolumeServiceTest, RegistersAndRemovesOverTheWire) {
-    const sp<BnVolumeManagerNotifier> notifier = new BnVolumeManagerNotifier(mRecorder);
-    for (const uint32_t code : {1U, 2U}) {
-        Parcel reply;
-        EXPECT_EQ(OK, transact(
-                          code, [&](Parcel& request) { request.writeStrongBinder(notifier); }, &reply));
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-        EXPECT_THAT(dump({"notifier"}), HasSubstr(code == 1 ? "notifier size[1]" : "notifier size[0]"));
-    }
-}
-
-TEST_F(VolumeServiceTest, RefusesAnotherInterfacesToken) {
-    for (uint32_t code = 1; code <= 6; ++code) {
-        for (const char* token : {kNotifierToken, "device.DeviceManager", ""}) {
-            Parcel reply;
-            EXPECT_EQ(-1, transact(code, nullptr, &reply, token));
-            EXPECT_EQ(0, reply.readInt32());
-            EXPECT_EQ(0U, reply.dataAvail());
-        }
-        Parcel empty;
-        Parcel answer;
-        EXPECT_EQ(-1, mService->transact(code, empty, &answer));
-        EXPECT_EQ(sizeof(int32_t), answer.dataSize());
-    }
-    EXPECT_TRUE(mCore->mCalls.empty());
-}
-
-TEST_F(VolumeServiceTest, LeavesOtherCodesToTheBaseClassBehindAZero) {
-    for (const uint32_t code : {0U, 7U, 4711U, 0xffffffffU}) {
-        Parcel reply;
-        EXPECT_EQ(UNKNOWN_TRANSACTION, transact(code, nullptr, &reply)) << code;
-        EXPECT_EQ(0, reply.readInt32());
-        EXPECT_EQ(0U, reply.dataAvail());
-    }
-    Parcel interface;
-    EXPECT_EQ(OK, transact(IBinder::INTERFACE_TRANSACTION, nullptr, &interface));
-    EXPECT_EQ(0, interface.readInt32());
-    EXPECT_EQ(String16(kToken), interface.readString16());
-}
-
-TEST_F(VolumeServiceTest, NeedsNoReplyParcel) {
-    EXPECT_EQ(OK, transact(3, nullptr, nullptr));
+TEST_F(VolumeServiceTest, AQueryNeedsNoReplyParcel) {
     EXPECT_EQ(OK, transact(
                       6, [](Parcel& request) { request.writeInt32(0); }, nullptr));
-    EXPECT_EQ(UNKNOWN_TRANSACTION, transact(7, nullptr, nullptr));
 }
 
 TEST_F(VolumeServiceTest, AnswersAQueryThatIsCutShortWithAnError) {
@@ -273,16 +223,6 @@ TEST_F(VolumeServiceTest, ProxyReadsZerosWhenTheCallFails) {
     EXPECT_EQ(0, mProxy->startup());
     EXPECT_EQ(0, mProxy->getVolumeCount());
     EXPECT_EQ(nullptr, mProxy->queryVolume(0));
-}
-
-TEST_F(VolumeServiceTest, ProxyIgnoresTheExceptionCode) {
-    mRemote->onReply([](status_t* /*status*/, Parcel* reply) {
-        reply->freeData();
-        reply->writeInt32(-5);
-        reply->writeInt32(123);
-        reply->setDataPosition(0);
-    });
-    EXPECT_EQ(123, mProxy->getVolumeCount());
 }
 
 TEST_F(VolumeServiceTest, ProxySurvivesHostileReplies) {
@@ -429,45 +369,6 @@ TEST_F(VolumeServiceTest, NotifiesClientsThroughTheWire) {
     EXPECT_THAT(second->calls(), ElementsAre("removed sda2", "event 1 2"));
 }
 
-TEST_F(VolumeServiceTest, DumpsTheRegistryOrTheCore) {
-    add(remoteNotifier(new VolumeRecorder()), kOther);
-    add(remoteNotifier(mRecorder), kClient);
-    EXPECT_THAT(dump({"notifier"}),
-                ::testing::MatchesRegex("-\\[volume\\.VolumeManager\\]-\nnotifier size\\[2\\]\n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1001\\] \n"
-                                        "notifier\\[0x[0-9a-f]{8}\\] pid\\[1002\\] \n"));
-    EXPECT_EQ("-[volume.VolumeManager]-\ndump volume sample\n", dump({}));
-    EXPECT_EQ("-[volume.VolumeManager]-\ndump volume sample\n", dump({"other", "notifier"}));
-    EXPECT_THAT(mCore->mCalls, ElementsAre("dump 0", "dump 2"));
-}
-
-TEST_F(VolumeServiceTest, RemovesTheCallersEntryWhateverBinderItPasses) {
-    const sp<LoopbackBinder> registered = remoteNotifier(mRecorder);
-    add(registered, kClient);
-    remove(remoteNotifier(new VolumeRecorder()), kClient);
-    EXPECT_EQ(1U, registered->linkCount());
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[0]\n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_TRUE(mRecorder->calls().empty());
-}
-
-TEST_F(VolumeServiceTest, DropsAClientThatDies) {
-    const sp<LoopbackBinder> dies = remoteNotifier(mRecorder);
-    const sp<VolumeRecorder> other = new VolumeRecorder();
-    add(dies, kClient);
-    add(remoteNotifier(other), kOther);
-    dies->die();
-    EXPECT_THAT(mLog.take("IVolumeManager"),
-                ElementsAre(LogLine{ANDROID_LOG_WARN, "IVolumeManager", "Application PID[1001] die"}));
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("notifier size[1]\n"));
-    EXPECT_THAT(dump({"notifier"}), HasSubstr("pid[1002] \n"));
-    mCore->mNotifier->onEvent(1, 2);
-    EXPECT_THAT(other->calls(), ElementsAre("event 1 2"));
-    EXPECT_TRUE(mRecorder->calls().empty());
-    // The pid may be used again.
-    add(remoteNotifier(mRecorder), kClient);
-}
-
 TEST_F(VolumeServiceTest, ProxyCountsItsNotifiersAndLogsIt) {
     const sp<volume::VolumeManagerNotifierProxy> proxy = new volume::VolumeManagerNotifierProxy();
     const sp<volume::VolumeManagerNotifierItf> target = mRecorder;
@@ -491,56 +392,4 @@ TEST_F(VolumeServiceTest, AClientMayBeRemovedAndAskWhileItIsCalled) {
     add(notifier, kClient);
     mCore->mNotifier->onVolumeAdded(mCore->mVolumes[0]);
     EXPECT_THAT(mRecorder->calls(), ElementsAre("added sda1"));
-}
-
-TEST_F(VolumeServiceTest, GoesWithItsClients) {
-    const wp<BnVolumeManager> service = mService;
-    const sp<LoopbackBinder> notifier = remoteNotifier(mRecorder);
-    add(notifier, kClient);
-    mProxy.clear();
-    mRemote.clear();
-    mService.clear();
-    EXPECT_EQ(nullptr, service.promote());
-    // Nobody is there to hear of it.
-    notifier->die();
-}
-
-TEST_F(VolumeServiceDeathTest, SecondRegistrationOfAProcess) {
-    EXPECT_DEATH(
-        {
-            add(remoteNotifier(mRecorder), kClient);
-            add(remoteNotifier(mRecorder), kClient);
-        },
-        "assertion \"index < 0\" failed: file \"IVolumeManager\", line [0-9]+, function \"virtual int "
-        "volume::BnVolumeManager::addNotifier\\(const android::sp<android::IBinder>&\\)\"");
-}
-
-TEST_F(VolumeServiceDeathTest, RemovalByAnUnregisteredProcess) {
-    EXPECT_DEATH(
-        {
-            add(remoteNotifier(mRecorder), kOther);
-            remove(remoteNotifier(mRecorder), kClient);
-        },
-        "assertion \"index >= 0\" failed: file \"IVolumeManager\", line [0-9]+, function \"virtual int "
-        "volume::BnVolumeManager::removeNotifier\\(const android::sp<android::IBinder>&\\)\"");
-}
-
-TEST_F(VolumeServiceDeathTest, NullBinders) {
-    EXPECT_DEATH(mService->addNotifier(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"IVolumeManager\"");
-    EXPECT_DEATH(mService->removeNotifier(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"IVolumeManager\"");
-    EXPECT_DEATH(new volume::VolumeManagerNotifierWapper(nullptr),
-                 "assertion \"notifier.get\\(\\)\" failed: file \"VolumeManagerNotifierWapper\"");
-}
-
-TEST_F(VolumeServiceDeathTest, NullImplementations) {
-    EXPECT_DEATH(new BnVolumeManager(nullptr),
-                 "assertion \"impl.get\\(\\)\" failed: file \"IVolumeManager\", line [0-9]+, function "
-                 "\"volume::BnVolumeManager::BnVolumeManager\\(const "
-                 "android::sp<volume::VolumeManagerImplItf>&\\)\"");
-    EXPECT_DEATH(new BnVolumeManagerNotifier(nullptr),
-                 "assertion \"impl.get\\(\\)\" failed: file \"IVolumeManagerNotifier\"");
-    EXPECT_DEATH(new volume::VolumeManagerNotifierDeathRecipient(wp<BnVolumeManager>(), 1),
-                 "assertion \"manager.get\\(\\)\" failed: file \"IVolumeManager\"");
 }

@@ -6,10 +6,8 @@
 
 #include <cstdint>
 
-namespace usb {
-
 /**
- * One synchronous call of the service to a client's notifier: token, fields, transaction, the result alone.
+ * One synchronous call of a service to a client's notifier: token, fields, transaction, the result alone.
  *
  * The transaction's status is not looked at: the result of a call that failed is 0.
  *
@@ -26,6 +24,13 @@ class NotifierCall {
     /** The request, to write its fields to before send(). */
     android::Parcel& request() { return mRequest; }
 
+    /** Sends a call of `onEvent`, which is the transaction @p code. @return its result */
+    int32_t sendEvent(android::IBinder& client, uint32_t code, int32_t event, int32_t value) {
+        mRequest.writeInt32(event);
+        mRequest.writeInt32(value);
+        return send(client, code);
+    }
+
     /** Sends the request as the transaction @p code, waits for the reply and returns its result. */
     int32_t send(android::IBinder& client, uint32_t code) {
         android::Parcel reply;
@@ -36,5 +41,3 @@ class NotifierCall {
   private:
     android::Parcel mRequest;
 };
-
-}  // namespace usb
