@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string>
 
+#include "tests/support/TemporaryRoot.h"
+
 #if defined(__SANITIZE_THREAD__)
 /**
  * libusb frees a transfer's lock while the thread that handled the transfer's events may still be on its way
@@ -46,6 +48,7 @@ int main(int argc, char** argv) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     // libutils makes its shared empty string with the first one: before there are threads.
     const android::String8 first;
+    ::testing::AddGlobalTestEnvironment(new TemporaryRoot());
     ::testing::AddGlobalTestEnvironment(new StoreEnvironment());
     return RUN_ALL_TESTS();
 }
