@@ -67,13 +67,8 @@ class Services:
 
     def wait_daemon(self) -> None:
         """Waits until the service manager lists every service of the daemon."""
-        for name in SERVICES:
-            self.wait_service(name)
-
-    def wait_service(self, name: str) -> None:
-        """Waits until the service manager lists the name."""
-        self._poll(lambda listed: listed.returncode == 0 and name in listed.text.split(),
-                   f"{name} was not registered")
+        self._poll(lambda listed: listed.returncode == 0 and set(SERVICES) <= set(listed.text.split()),
+                   "the daemon's services were not registered")
 
     def stop(self) -> None:
         """Ends both, the daemon first."""

@@ -214,7 +214,16 @@ class GuestTestCase(unittest.TestCase):
 
 
 class EvidenceResult(unittest.TextTestResult):
-    """Keeps the evidence of a failed test while its machine still stands, and names it in the report."""
+    """Tells how long each test took. Keeps the evidence of a failed one while its machine still stands, and names it in
+    the report."""
+
+    def startTest(self, test: unittest.TestCase) -> None:  # noqa: N802
+        self._begin = time.monotonic()
+        super().startTest(test)
+
+    def addSuccess(self, test: unittest.TestCase) -> None:  # noqa: N802
+        unittest.TestResult.addSuccess(self, test)
+        self.stream.writeln(f"ok {time.monotonic() - self._begin:.1f} s")
 
     def addFailure(self, test: unittest.TestCase, err: Any) -> None:  # noqa: N802
         super().addFailure(test, err)
