@@ -27,8 +27,7 @@ constexpr double kMaxMonitorSeconds = 1e9;
 constexpr const char* kExitCodes =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the answer is no (no such device, the phone does not support it), or another failure: no answer\n"
-    "     in time, a standard output that is closed or full\n"
+    "  1  the answer is no (no such device, the phone does not support it), or another failure\n"
     "  2  wrong command line; nothing was done\n"
     "  3  the service is not registered, or there is no service manager\n"
     "  4  the daemon is dead or died during the call\n"
