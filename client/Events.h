@@ -8,6 +8,7 @@
 
 #include "device/DeviceItf.h"
 #include "usb/UsbDeviceItf.h"
+#include "usb/UsbManagerNotifierItf.h"
 #include "volume/VolumeItf.h"
 
 namespace client {
@@ -72,7 +73,7 @@ struct Events {
      * They are not part of a picture: what is raised while the client is not connected is lost.
      */
     ///@{
-    std::function<void(int32_t event, int32_t value)> usbEvent;      ///< usb::UsbManagerNotifierItf
+    std::function<void(int32_t event, int32_t value)> usbEvent;      ///< usb::UsbManagerNotifierItf::UsbEvent
     std::function<void(int32_t event, int32_t value)> usbHostEvent;  ///< usb::UsbHostNotifierItf
     std::function<void(int32_t event, int32_t value)> deviceEvent;   ///< device::DeviceManagerNotifierItf
     std::function<void(int32_t event, int32_t value)> volumeEvent;   ///< volume::VolumeManagerNotifierItf

@@ -2,6 +2,7 @@
 #include "client/Lists.h"
 
 #include <functional>
+#include <map>
 #include <set>
 
 #include "client/DevicePaths.h"
@@ -92,13 +93,19 @@ std::vector<sp<volume::VolumeItf>> Lists::volumes(volume::IVolumeManager& manage
 
 std::vector<sp<usb::UsbDeviceItf>> Lists::usbDevices(usb::IUsbManager& manager) {
     return readUntilItAgrees<sp<usb::UsbDeviceItf>>([&manager] {
-        std::vector<sp<usb::UsbDeviceItf>> devices;
+        // The service's order has no meaning; one that an arrival moved on is met twice.
+        std::map<uint32_t, sp<usb::UsbDeviceItf>> byId;
         const int count = manager.getUsbDeviceCount();
         for (int index = 0; index < count; ++index) {
             const sp<usb::UsbDeviceItf> device = manager.queryUsbDevice(index);
             if (device == nullptr) {
                 break;
             }
+            byId[device->getId()] = device;
+        }
+        std::vector<sp<usb::UsbDeviceItf>> devices;
+        devices.reserve(byId.size());
+        for (const auto& [id, device] : byId) {
             devices.push_back(device);
         }
         return devices;

@@ -38,7 +38,7 @@ class Lists {
     /** The volumes that the volume manager lists, in ascending order of their names. */
     static std::vector<android::sp<volume::VolumeItf>> volumes(volume::IVolumeManager& manager);
 
-    /** The USB devices that the USB manager lists, hubs included. */
+    /** The USB devices that the USB manager lists, hubs included, in the order in which they came. */
     static std::vector<android::sp<usb::UsbDeviceItf>> usbDevices(usb::IUsbManager& manager);
 
     Lists() = delete;

@@ -98,6 +98,10 @@ function(install_client_library)
     endif()
     install_cmake_package(${bundled})
     install_pkg_config_file(${bundled})
+    # To begin one's own from: each program, what they share, and the lines that build them.
+    install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libdeviceservice-dev COMPONENT development
+        FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN CMakeLists.txt)
 endfunction()
 
 function(install_cmake_package DEVICE_SERVICE_BUNDLED_BINDER)

@@ -75,7 +75,12 @@ class IDeviceManager : public android::IInterface {
     /** The devices whose paths are strict prefixes of @p path, in order of arrival. */
     virtual android::Vector<android::sp<DeviceItf>> getDevices(const android::String8& path) = 0;
 
-    /** The path of controller @p id of @p type (see ControllerType); "unknown" when there is none such. */
+    /**
+     * The path of a controller of the unit, below the sysfs root.
+     * @param type a ControllerType, of device/DeviceManagerItf.h: 1 USB host, 2 card
+     * @param id   0 to 2 for USB host controllers, 0 to 1 for card controllers
+     * @return "unknown" when there is none such
+     */
     virtual android::String8 getDevicePath(int type, int id) = 0;
 };
 

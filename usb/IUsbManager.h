@@ -178,16 +178,52 @@ class IUsbManager : public android::IInterface {
     /** @return 1 when port 0 or 1 is in the role of a host, else 0 */
     virtual int usbDeviceIsActived(int port) = 0;
 
-    /** @name The certification test mode; meanings, ranges and results: docs/certification.md. */
+    /**
+     * @name Charging and certification
+     * In normal operation, which is that of every unit in use, only the charging modes and the certification
+     * mode itself can be asked and set.
+     */
     ///@{
-    virtual int postTestMessage(int what) = 0;                   ///< @return 0; 1 in normal operation
-    virtual int switchPortChargingMode(int port, int mode) = 0;  ///< @return 0; 1 when it was not stored
-    virtual int getPortChargingMode(int port) = 0;               ///< @return 0 to 2; 3 when there is none
-    virtual int setMaxHubTier(int tier) = 0;                     ///< @return 0; 1 in normal operation
-    virtual int addUnsupportedClass(int interfaceClass) = 0;     ///< @return 0; 1 in normal operation
-    virtual int removeUnsupportedClass(int interfaceClass) = 0;  ///< @return 0; 1 in normal operation
-    virtual int setCertificationMode(int mode) = 0;              ///< @return 0; 1 when it was not stored
-    virtual int getCertificationMode() = 0;                      ///< @return 77, 79 (normal) or 84
+    /**
+     * Puts the host ports into an electrical test mode; returns before it is there.
+     * @param what 1 all test modes off, 2 J state, 3 K state, 4 SE0 and NAK, 5 test packet, 6 forced enable,
+     *             7 suspend and resume, 8 single step; 0 only waits for the kernel's attributes
+     * @return 0, also for any other number, which is logged; 1 in normal operation
+     */
+    virtual int postTestMessage(int what) = 0;
+
+    /**
+     * Stores the charging mode of a port and switches to it; the port has no power meanwhile. Waits for the
+     * charging driver as long as it takes.
+     * @param port 0 to 2
+     * @param mode 1 or 2 for modes "D" and "S", anything else for "C"
+     * @return 0; 1 for any other port, where nothing is done, and when the mode could not be stored, which is
+     *         switched to all the same
+     */
+    virtual int switchPortChargingMode(int port, int mode) = 0;
+
+    /** The stored charging mode of port 0 to 2: 0 "C", 1 "D", 2 "S". @return 3 when there is none */
+    virtual int getPortChargingMode(int port) = 0;
+
+    /** Sets how many hubs may stand above a hub before that is reported. @return 0; 1 in normal operation */
+    virtual int setMaxHubTier(int tier) = 0;
+
+    /** Has interfaces of a class, 0 to 255, reported as unsupported. @return 0; 1 in normal operation */
+    virtual int addUnsupportedClass(int interfaceClass) = 0;
+
+    /** Takes addUnsupportedClass() back. @return 0; 1 in normal operation */
+    virtual int removeUnsupportedClass(int interfaceClass) = 0;
+
+    /**
+     * Stores the mode that the daemon's next start begins in.
+     * @param mode 84 for certification with test devices, 77 for the logo test, anything else for normal
+     *             operation
+     * @return 0; 1 when it could not be stored
+     */
+    virtual int setCertificationMode(int mode) = 0;
+
+    /** The mode that the daemon runs in: 79 normal operation, 84 and 77 as in setCertificationMode(). */
+    virtual int getCertificationMode() = 0;
     ///@}
 };
 

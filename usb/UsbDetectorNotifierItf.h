@@ -4,6 +4,7 @@
 #include <utils/RefBase.h>
 
 #include "usb/UsbDeviceItf.h"
+#include "usb/UsbManagerNotifierItf.h"
 
 namespace usb {
 
@@ -15,10 +16,10 @@ namespace usb {
  */
 class UsbDetectorNotifierItf : public virtual android::RefBase {
   public:
-    /** Events of onNotify(), numbered by contract. */
+    /** Events of onNotify(): those of the manager notifier, which they reach. */
     enum Event : int {
-        kEventHubTooDeep = 1,
-        kEventTooManyDevices = 9,
+        kEventHubTooDeep = UsbManagerNotifierItf::kHubTooDeep,
+        kEventTooManyDevices = UsbManagerNotifierItf::kTooManyDevices,
     };
 
     /** @p device, a hub included, is listed now. @return 0; anything else is logged and changes nothing */

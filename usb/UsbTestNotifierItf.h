@@ -3,18 +3,20 @@
 
 #include <utils/RefBase.h>
 
+#include "usb/UsbManagerNotifierItf.h"
+
 namespace usb {
 
-/** What the certification mode reports, as clients get it. */
+/** What the certification mode reports: the manager notifier's events, which they become. */
 enum UsbTestEvent : int {
-    kTestHubTooDeep = 1,         //!< a hub lies deeper than the highest tier
-    kTestClassUnsupported = 2,   //!< a device of a device class that the unit does not serve at all
-    kTestPowerExceeded = 3,      //!< a device asks for more power than its port gives
-    kTestDeviceUnsupported = 4,  //!< a device, interface or speed that the unit does not serve
-    kTestRoleDevice = 5,         //!< the logo test's role switch was written 0
-    kTestRoleHost = 6,           //!< the logo test's role switch was written 1
-    kTestPortDisconnected = 8,   //!< the forced-enable watch saw a port lose its device
-    kTestTooManyDevices = 9,     //!< more devices at once than the unit serves
+    kTestHubTooDeep = UsbManagerNotifierItf::kHubTooDeep,
+    kTestClassUnsupported = UsbManagerNotifierItf::kClassUnsupported,
+    kTestPowerExceeded = UsbManagerNotifierItf::kPowerExceeded,
+    kTestDeviceUnsupported = UsbManagerNotifierItf::kDeviceUnsupported,
+    kTestRoleDevice = UsbManagerNotifierItf::kRoleDevice,
+    kTestRoleHost = UsbManagerNotifierItf::kRoleHost,
+    kTestPortDisconnected = UsbManagerNotifierItf::kPortDisconnected,
+    kTestTooManyDevices = UsbManagerNotifierItf::kTooManyDevices,
 };
 
 /**

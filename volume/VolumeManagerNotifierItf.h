@@ -24,7 +24,10 @@ class VolumeManagerNotifierItf : public virtual android::RefBase {
      */
     virtual int32_t onVolumeAdded(const android::sp<VolumeItf>& volume) = 0;
 
-    /** @p volume, the record of its onVolumeAdded(), went away; its name identifies it. */
+    /**
+     * @p volume went away; its name identifies it. In the daemon it is the record of its onVolumeAdded(), in
+     * a client a new one; its mount path may read "unknown" by then.
+     */
     virtual int32_t onVolumeRemoved(const android::sp<VolumeItf>& volume) = 0;
 
     /** A manager event. The volume manager raises none at present. */

@@ -16,7 +16,7 @@ MAY_INCLUDE = {
     "volume": ("common", "volume"),
     "client": ("client", "device", "usb", "volume"),
     "platform": ("platform",),
-    "tools": ("tools", "device", "usb", "volume"),
+    "tools": ("tools", "client", "device", "usb", "volume"),
 }
 # The entry alone knows the services.
 ENTRY = "common/main.cpp"

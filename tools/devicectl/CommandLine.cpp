@@ -108,10 +108,10 @@ constexpr Help kWaitVolumeHelp{
     "not\nbefore; at once if it is already. Waits for daemon and service manager too. A volume that cannot "
     "be "
     "mounted\nis waited for in vain. Registers one client with the volume manager meanwhile."};
-constexpr Help kWaitUsbHelp{
-    "Wait for a USB device to be listed by the USB manager",
-    "By vendor and product, four hexadecimal digits each. At once if it is already. Waits for daemon and "
-    "service\nmanager too. Registers one client with the USB manager meanwhile."};
+constexpr Help kWaitUsbHelp{"Wait for a USB device to be listed by the USB manager",
+                            "By vendor and product, up to four hexadecimal digits each. At once if it is "
+                            "already. Waits for daemon and "
+                            "service\nmanager too. Registers one client with the USB manager meanwhile."};
 constexpr Help kWatchHelp{
     "Show services, controllers, USB devices and volumes with their usage, live, on the whole terminal",
     "Needs a terminal. q or Ctrl-C ends it, arrows, j and k scroll. Registers one client each with the "
@@ -445,6 +445,16 @@ std::string explain(const CLI::Error& error, const CLI::App& app) {
     return strayWord ? "not a command or option: " + unexpected.front() : oneLine(error.what());
 }
 
+/** The command whose help tells what would have been right: the last one that was understood. */
+std::string helpFor(const CLI::App& app) {
+    std::string command = app.get_name();
+    for (std::vector<CLI::App*> below = app.get_subcommands(); !below.empty();
+         below = below.back()->get_subcommands()) {
+        command += " " + below.back()->get_name();
+    }
+    return command + " --help";
+}
+
 }  // namespace
 
 ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
@@ -461,7 +471,7 @@ ParsedLine parseCommandLine(const std::vector<std::string>& arguments) {
         line.output = std::string(version.what()) + "\n";
     } catch (const CLI::Error& error) {
         line.exitCode = kUsage;
-        line.error = explain(error, definition.app()) + " (devicectl --help explains)";
+        line.error = explain(error, definition.app()) + " (" + helpFor(definition.app()) + " explains)";
     }
     return line;
 }

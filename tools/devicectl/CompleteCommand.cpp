@@ -11,11 +11,11 @@
 #include <thread>
 #include <utility>
 
+#include "client/Lists.h"
 #include "tools/devicectl/Commands.h"
 #include "tools/devicectl/Completion.h"
 #include "tools/devicectl/RenderParts.h"
 #include "tools/devicectl/StandardStreams.h"
-#include "tools/devicectl/UsbOperations.h"
 #include "tools/devicectl/VolumeOperations.h"
 
 namespace devicectl {
@@ -82,7 +82,7 @@ Words usbWords(LiveKind kind) {
     if (service == nullptr) {
         return words;
     }
-    for (const sp<UsbDeviceItf>& device : listUsbDevices(*interface_cast<IUsbManager>(service))) {
+    for (const sp<UsbDeviceItf>& device : client::Lists::usbDevices(*interface_cast<IUsbManager>(service))) {
         words.push_back(kind == LiveKind::kUsbIds ? std::to_string(device->getId()) : usbNumber(*device));
     }
     return words;

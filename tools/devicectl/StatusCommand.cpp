@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "client/Lists.h"
 #include "device/IDeviceManager.h"
 #include "tools/devicectl/Commands.h"
 #include "tools/devicectl/MemoryFile.h"
 #include "tools/devicectl/StandardStreams.h"
 #include "tools/devicectl/Status.h"
-#include "tools/devicectl/UsbOperations.h"
 #include "tools/devicectl/VolumeOperations.h"
 
 namespace devicectl {
@@ -79,7 +79,8 @@ Report ask(const std::string& name) {
     if (name == IVolumeManager::kServiceName) {
         countVolumes(service, &report);
     } else if (name == IUsbManager::kServiceName) {
-        report.held = static_cast<int>(listUsbDevices(*interface_cast<IUsbManager>(service)).size());
+        report.held =
+            static_cast<int>(client::Lists::usbDevices(*interface_cast<IUsbManager>(service)).size());
     } else {
         const std::optional<std::string> devices = dumpOf(service, nullptr);
         report.held = devices ? std::optional(devicesIn(*devices)) : std::nullopt;

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "client/Lists.h"
 #include "tools/devicectl/CallLimit.h"
 #include "tools/devicectl/Commands.h"
 #include "tools/devicectl/StandardStreams.h"
@@ -29,7 +30,7 @@ ExitCode runUsbCommand(const Options& options, const ServiceAccess& access) {
     {
         const CallLimit limit(access.answerSeconds(), IUsbManager::kServiceName);
         if (lists) {
-            devices = listUsbDevices(*manager);
+            devices = client::Lists::usbDevices(*manager);
         } else {
             answer = askUsbManager(*manager, options.usb);
         }

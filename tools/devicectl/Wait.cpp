@@ -8,13 +8,13 @@
 #include <algorithm>
 #include <vector>
 
+#include "client/Lists.h"
 #include "tools/devicectl/CallLimit.h"
 #include "tools/devicectl/ChangeEars.h"
 #include "tools/devicectl/Managers.h"
 #include "tools/devicectl/MountTable.h"
 #include "tools/devicectl/RenderWait.h"
 #include "tools/devicectl/StandardStreams.h"
-#include "tools/devicectl/UsbOperations.h"
 #include "tools/devicectl/VolumeOperations.h"
 
 namespace devicectl {
@@ -196,7 +196,7 @@ std::optional<std::string> Wait::lookForVolume(const sp<IBinder>& service) {
 }
 
 std::optional<std::string> Wait::lookForUsbDevice(const sp<IBinder>& service) {
-    for (const sp<UsbDeviceItf>& device : listUsbDevices(*interface_cast<IUsbManager>(service))) {
+    for (const sp<UsbDeviceItf>& device : client::Lists::usbDevices(*interface_cast<IUsbManager>(service))) {
         if (device->getVendorId() == mOptions.wait.vendor &&
             device->getProductId() == mOptions.wait.product) {
             return renderFoundUsbDevice(mOptions.format, device, UsbNames::load());

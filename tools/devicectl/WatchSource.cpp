@@ -11,12 +11,12 @@
 #include <thread>
 #include <utility>
 
+#include "client/Lists.h"
 #include "device/DeviceManagerItf.h"
 #include "device/IDeviceManager.h"
 #include "tools/devicectl/ChangeEars.h"
 #include "tools/devicectl/MountTable.h"
 #include "tools/devicectl/RenderParts.h"
-#include "tools/devicectl/UsbOperations.h"
 #include "tools/devicectl/UsbTopology.h"
 #include "tools/devicectl/VolumeOperations.h"
 
@@ -165,7 +165,7 @@ void WatchSource::lookAtUsb(const sp<IBinder>& service, WatchModel* model) {
         return;
     }
     std::vector<UsbPlace> places = readUsbPlaces();
-    for (const sp<UsbDeviceItf>& device : listUsbDevices(*interface_cast<IUsbManager>(service))) {
+    for (const sp<UsbDeviceItf>& device : client::Lists::usbDevices(*interface_cast<IUsbManager>(service))) {
         const uint32_t bus = device->getBusNumber();
         model->usb.push_back({device->getId(), bus,
                               takePlace(&places, bus, device->getVendorId(), device->getProductId()),

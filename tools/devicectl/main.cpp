@@ -9,6 +9,7 @@
 
 #include "tools/devicectl/CommandLine.h"
 #include "tools/devicectl/Commands.h"
+#include "tools/devicectl/LibraryLog.h"
 #include "tools/devicectl/Monitor.h"
 #include "tools/devicectl/StandardStreams.h"
 #include "tools/devicectl/Wait.h"
@@ -16,12 +17,6 @@
 namespace devicectl {
 
 namespace {
-
-/** The libraries log to standard error, where this program's one line belongs; ANDROID_LOG_TAGS overrides. */
-void quietLibraries() {
-    // No other thread is there yet.
-    setenv("ANDROID_LOG_TAGS", "*:s", 0);  // NOLINT(concurrency-mt-unsafe)
-}
 
 /** Options whose format is what the terminal and the environment make of it. */
 Options withFormat(Options options) {

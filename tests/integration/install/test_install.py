@@ -207,6 +207,23 @@ class Exports(unittest.TestCase):
                 self.assertEqual([soname], re.findall(r"SONAME.*\[(.*)\]", run(["readelf", "-d", str(library)])))
 
 
+class Papers(unittest.TestCase):
+    """What an application's developer reads, and writes his own after."""
+
+    def test_the_examples_are_installed(self) -> None:
+        folder = stage.prefix / "share/doc/libdeviceservice-dev/examples"
+        sources = {path.relative_to("examples"): path for path in tree.files(below=["examples"])}
+        self.assertGreater(len(sources), 4)
+        self.assertEqual(set(sources), {path.relative_to(folder) for path in folder.rglob("*")})
+        for name, source in sources.items():
+            self.assertEqual(tree.text_of(source), (folder / name).read_text(), name)
+
+    def test_the_schema_is_where_the_manual_says(self) -> None:
+        manual = (stage.prefix / "share/man/man1/devicectl.1").read_text()
+        place = re.search(r"^\.It Pa /usr/(\S+\.schema\.json)$", manual, re.MULTILINE)[1]
+        self.assertEqual(tree.text_of(Path("docs/devicectl.schema.json")), (stage.prefix / place).read_text())
+
+
 class Programs(unittest.TestCase):
     def moved(self) -> Path:
         """The installed tree, in another place than the one that it was made for."""
@@ -260,6 +277,27 @@ class Consumer(unittest.TestCase):
         with self.assertRaisesRegex(AssertionError, r"requested version\s+\"99.0\""):
             run(["cmake", "-S", str(folder), "-B", str(folder / "build"), f"-DCMAKE_PREFIX_PATH={stage.prefix}",
                  "-DWANTED_VERSION=99.0"])
+
+    def test_the_pages_code(self) -> None:
+        """What docs/client-library.md shows under a file's name is built as its reader builds it, and runs."""
+        page = tree.text_of(Path("docs/client-library.md"))
+        blocks = dict(re.findall(r"^```cpp (\S+)\n(.*?)^```", page, re.MULTILINE | re.DOTALL))
+        self.assertEqual({"list-once.cpp", "events.cpp"}, set(blocks))
+        flags = ["-std=c++17", "-Wall", "-Wextra", "-Werror", *stage.pkg_config("--cflags")]
+        for name, text in blocks.items():
+            (stage.work / name).write_text(text)
+            for compiler in COMPILERS:
+                with self.subTest(f"{compiler} {name}"):
+                    run([compiler, *flags, "-fsyntax-only", str(stage.work / name)])
+        program = stage.work / "list-once"
+        run(["g++", *flags, str(stage.work / "list-once.cpp"), "-o", str(program), *stage.pkg_config("--libs")])
+        # Without a driver it says so and ends.
+        done = subprocess.run([str(program)], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=LIMIT,
+                              check=False, env={**os.environ, "LD_LIBRARY_PATH": str(stage.libraries),
+                                                "BINDER_DEVICE": "/nonexistent/binder"})
+        self.assertEqual((1, ""), (done.returncode, done.stdout), done.stderr)
+        # Behind what the libraries log.
+        self.assertEqual("no volume manager: no driver, no service manager, or no daemon", done.stderr.splitlines()[-1])
 
     def test_by_pkg_config(self) -> None:
         self.assertEqual([stage.version], stage.pkg_config("--modversion"))

@@ -7,6 +7,7 @@ from __future__ import annotations
 import argparse
 import ctypes
 import os
+import re
 import select
 import shutil
 import struct
@@ -92,6 +93,31 @@ class Common(unittest.TestCase):
         options = {line.split("=", 1)[0] for line in text.splitlines() if "=" in line and not line.startswith("#")}
         self.assertIn("CapabilityBoundingSet", options)
         self.assertEqual(set(), options & set(HIDING))
+
+    def test_every_restriction_has_its_reason(self) -> None:
+        """docs/systemd.md tells why the daemon may do what it may: no more and no less than the unit allows."""
+        page = (ROOT / "docs/systemd.md").read_text(encoding="utf-8").split("## What the daemon may do")[1].split("\n## ")[0]
+        parts = dict(re.findall(r"^\*\*([A-Za-z ]+)\*\*.*?$(.*?)(?=^\*\*|\Z)", page, re.MULTILINE | re.DOTALL))
+        cells = {title: {word for row in re.findall(r"^\| (`.*?) \|", part, re.MULTILINE)
+                         for code in re.findall(r"`([^`]+)`", row) for word in code.split()}
+                 for title, part in parts.items()}
+        text = (installed / "usr/lib/systemd/system/device-service.service").read_text(encoding="ascii")
+        service = text.split("[Service]")[1].split("[Install]")[0]
+        options = [tuple(line.split("=", 1)) for line in service.splitlines() if "=" in line and line[0] != "#"]
+
+        def values(wanted: str) -> set[str]:
+            return {word for name, value in options if name == wanted for word in value.lstrip("~").split()}
+
+        self.assertEqual(values("CapabilityBoundingSet"), cells["Capabilities"])
+        self.assertEqual({value.split()[0] for name, value in options if name == "DeviceAllow"}, cells["Devices"])
+        self.assertEqual(values("SystemCallFilter"), cells["System calls"] | {"setns", "unshare"})
+        self.assertIn("without `setns unshare`", parts["System calls"])
+        told = {name for name, _ in options if f"`{name}" in page}
+        sandbox = {name for name, _ in options
+                   if not name.startswith(("Exec", "Restart", "Timeout")) and name not in ("Type", "CapabilityBoundingSet",
+                                                                                           "DeviceAllow", "SystemCallFilter")}
+        self.assertGreater(len(sandbox), 8)
+        self.assertEqual(set(), sandbox - told)
 
     def test_units_are_understood(self) -> None:
         """systemd passes over what it does not understand, a misspelt restriction too; its own checker complains."""

@@ -108,6 +108,20 @@ TEST_F(ListsTest, AnEntryThatLeavesDuringTheWalkHidesNoOther) {
     EXPECT_THAT(usbIds(), ElementsAre(2, 3));
 }
 
+TEST_F(ListsTest, UsbDevicesStandInTheOrderInWhichTheyCameAndOnce) {
+    const sp<usb::UsbDeviceItf> second = makeUsbDevice(2, 0);
+    mDaemon.mUsb->mList.insert(makeUsbDevice(11, 0));
+    mDaemon.mUsb->mList.insert(second);
+    // While the list is walked the second comes to stand in it twice.
+    int questions = 0;
+    mDaemon.mUsb->mList.mOnQuestion = [&] {
+        if (++questions == 3) {
+            mDaemon.mUsb->mList.insert(second);
+        }
+    };
+    EXPECT_THAT(usbIds(), ElementsAre(2, 11));
+}
+
 TEST_F(ListsTest, AListThatNeverComesToRestIsReadTenTimes) {
     int questions = 0;
     mDaemon.mVolumes->mList.mOnQuestion = [&] {

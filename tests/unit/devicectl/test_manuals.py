@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import os
 import re
+import shlex
 import subprocess
 import sys
 import unittest
@@ -120,12 +121,38 @@ class Manuals(unittest.TestCase):
                 missing.append(command)
         self.assertEqual([], missing)
 
+    def test_commands_of_all_pages_are_understood(self) -> None:
+        """What a reader may copy is a command line of this program; without a driver it gets as far as status 5."""
+        placeholders = {word.strip("[].") for command in Help().commands for word in command if word.isupper()}
+        tried = 0
+        for document in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted((ROOT / "docs").glob("*.md"))]:
+            for number, line in enumerate(document.read_text(encoding="utf-8").splitlines(), 1):
+                shown = re.match(r"^(?: {4,}|\$ )(?:\$ )?(devicectl [^#&|;>]*?)\s*(?: # .*|[&|;>].*)?$", line)
+                if shown is None:
+                    continue
+                words = shlex.split(shown[1])[1:]
+                if placeholders & set(words) or any(word.startswith("[") or word == "..." for word in words):
+                    continue
+                with self.subTest(f"{document.name}:{number}"):
+                    done = call([programs["devicectl"], *words])
+                    self.assertEqual((5, ""), (done.returncode, done.stdout), done.stderr)
+                tried += 1
+        self.assertGreater(tried, 30)
+
     def test_servicemanager(self) -> None:
         done = call([programs["servicemanager"], "--help"])
         self.assertEqual((0, ""), (done.returncode, done.stderr))
         self.assertEqual(set(OPTION.findall(done.stdout.splitlines()[0])), documented_options(page("servicemanager")))
         statuses = re.findall(r"\b(\d+) [a-z]", done.stdout.split("Exit status:")[1], re.IGNORECASE)
         self.assertEqual(statuses, re.findall(r"^\.It (\d+)$", section("servicemanager", "EXIT STATUS"), re.MULTILINE))
+
+    def test_device_service_environment(self) -> None:
+        """The page has the variables that the integrators' page lists, which a rule compares with the code."""
+        guide = (ROOT / "docs/integrating.md").read_text(encoding="utf-8")
+        listed = re.findall(r"^\| `(\w+)` \|", guide.split("\n## Environment\n")[1].split("\n## ")[0], re.MULTILINE)
+        self.assertIn("BINDER_DEVICE", listed)
+        written = re.findall(r"^\.It Ev (\w+)$", section("device-service", "ENVIRONMENT"), re.MULTILINE)
+        self.assertEqual(sorted(listed), sorted(written))
 
     def test_device_service_has_no_options(self) -> None:
         self.assertEqual(set(), documented_options(page("device-service")))

@@ -271,13 +271,39 @@ void expectCalls(const std::string& interface, const DocumentedObject& object,
     EXPECT_EQ(documented, called) << interface;
 }
 
-/** The transaction codes of a header, by the operations' names. */
-std::map<std::string, uint32_t> codesOf(const std::string& header) {
-    std::ifstream file(std::string(PROJECT_FOLDER "/") + header);
+std::string textOf(const std::string& name) {
+    std::ifstream file(std::string(PROJECT_FOLDER "/") + name);
     std::stringstream text;
     text << file.rdbuf();
-    const std::string source = text.str();
-    const size_t begin = source.find("enum Transaction");
+    return text.str();
+}
+
+/** The bytes of the document's block "```bytes NAME", two digits each; behind two blanks stands a remark. */
+std::vector<uint8_t> bytesOf(const std::string& name) {
+    const std::string page = textOf("docs/interfaces.md");
+    const std::string fence = "```bytes " + name + "\n";
+    const size_t begin = page.find(fence);
+    EXPECT_NE(std::string::npos, begin) << name;
+    std::stringstream lines(page.substr(begin + fence.size()));
+    std::vector<uint8_t> bytes;
+    for (std::string line; std::getline(lines, line) && line != "```";) {
+        std::stringstream digits(line.substr(0, line.find("  ")));
+        for (std::string byte; digits >> byte;) {
+            bytes.push_back(static_cast<uint8_t>(std::stoul(byte, nullptr, 16)));
+        }
+    }
+    return bytes;
+}
+
+std::vector<uint8_t> bytesOf(const Parcel& parcel) {
+    return {parcel.data(), parcel.data() + parcel.dataSize()};
+}
+
+/** The numbers of an enumeration of a header, transaction codes for one, by the names in lower case. */
+std::map<std::string, uint32_t> codesOf(const std::string& header,
+                                        const std::string& enumeration = "enum Transaction") {
+    const std::string source = textOf(header);
+    const size_t begin = source.find(enumeration);
     EXPECT_NE(std::string::npos, begin) << header;
     const std::string body = source.substr(begin, source.find("};", begin) - begin);
     static const auto& sCode = *new std::regex("k([A-Z]\\w*) = (\\d+),");
@@ -447,6 +473,47 @@ TEST_F(InterfaceDocumentTest, HasEveryCodeOfEveryHeader) {
         EXPECT_EQ(codesOf(header), documented) << interface;
     }
     EXPECT_EQ(32U, document().interfaces().at("usb.UsbManager").size());
+}
+
+TEST_F(InterfaceDocumentTest, HasEveryEventOfTheHeader) {
+    const std::string page = textOf("docs/interfaces.md");
+    const size_t begin = page.find("| event | value | what happened |");
+    ASSERT_NE(std::string::npos, begin);
+    std::stringstream lines(page.substr(begin));
+    std::set<uint32_t> documented;
+    std::string line;
+    std::getline(lines, line);
+    std::getline(lines, line);
+    while (std::getline(lines, line) && line[0] == '|') {
+        std::stringstream numbers(line.substr(1, line.find('|', 1) - 1));
+        for (std::string number; std::getline(numbers, number, ',');) {
+            EXPECT_TRUE(documented.insert(std::stoul(number)).second) << number << " twice";
+        }
+    }
+    std::set<uint32_t> declared;
+    for (const auto& [name, number] : codesOf("usb/UsbManagerNotifierItf.h", "enum UsbEvent")) {
+        declared.insert(number);
+    }
+    EXPECT_EQ(declared, documented);
+    EXPECT_EQ(8U, documented.size());
+}
+
+TEST_F(InterfaceDocumentTest, TheExampleIsWhatTravels) {
+    const sp<LoopbackBinder> remote = new LoopbackBinder(mDevices, kClient);
+    std::vector<uint8_t> request;
+    std::vector<uint8_t> reply;
+    remote->onRequest([&](uint32_t code, const Parcel& parcel) {
+        EXPECT_EQ(uint32_t{device::IDeviceManager::kGetDevice}, code);
+        request = bytesOf(parcel);
+    });
+    remote->onReply([&](status_t* /*status*/, Parcel* parcel) { reply = bytesOf(*parcel); });
+    const sp<device::BpDeviceManager> proxy = new device::BpDeviceManager(remote);
+    ASSERT_NE(nullptr, proxy->getDevice(String8("block"), String8("sda")).get());
+    ASSERT_LT(sizeof(int32_t), request.size());
+    // The policy word may hold anything.
+    std::fill_n(request.begin(), sizeof(int32_t), uint8_t{0});
+    EXPECT_EQ(bytesOf("request"), request);
+    EXPECT_EQ(bytesOf("reply"), reply);
 }
 
 TEST_F(InterfaceDocumentTest, TheDeviceServiceUnderstandsTheTable) {
