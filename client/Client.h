@@ -84,7 +84,7 @@ class Client {
 
     /**
      * Begins: starts the process's binder threads and the client's thread, which connects, and tells from now
-     * on. Returns at once, whether there is a daemon or not.
+     * on. Returns at once, whether there is a daemon, a service manager and a binder driver or not.
      *
      * @param events  copied; they and what they hold are gone when the destructor returns (see ~Client())
      * @return OK; ALREADY_EXISTS when a Client of this process, this one included, is started already;

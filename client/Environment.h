@@ -14,7 +14,10 @@ namespace client {
 struct Environment {
     /** A service by its name; null when it is not there now. Does not wait. */
     std::function<android::sp<android::IBinder>(const char* name)> lookUp;
-    /** Starts the threads on which the services' calls and notices of death arrive. */
+    /**
+     * Starts the threads on which the services' calls and notices of death arrive; where they cannot be yet,
+     * they are there by the time that a service is found.
+     */
     std::function<void()> startThreads;
     /** Paths of devices that the device manager may list. */
     std::function<std::vector<std::string>()> devicePaths;

@@ -371,11 +371,8 @@ void VolumeDetectorImpl::reportAttached(const sp<Volume>& volume) {
     sp<VolumeDetectorNotifierItf> notifier;
     {
         Mutex::Autolock lock(mLock);
-        const ssize_t index = mVolumes.indexOfKey(volume->getName());
-        if (index < 0 || mVolumes.valueAt(static_cast<size_t>(index)) != volume) {
-            // Gone or replaced while the ones before it were reported: the next pass tells what is true then.
-            return;
-        }
+        // Told also when it left, or was replaced, while the ones before it were: who found it in the list
+        // meanwhile hears of its end from the next pass, and of nothing that is not reported.
         mReportedVolumes.add(volume->getName(), volume);
         notifier = mNotifier;
     }

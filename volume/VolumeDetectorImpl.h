@@ -41,8 +41,9 @@ namespace volume {
  *
  * ## What the notifier sees
  *
- * A volume is attached once and detached once; one that was probed again is detached, then attached. A volume
- * that came and went between two passes is not reported.
+ * A volume is attached once and detached once; one that was probed again is detached, then attached. One that
+ * goes while the pass that found it runs is attached by this pass and detached by the next. A volume that
+ * came and went between two passes is not reported.
  */
 class VolumeDetectorImpl : public android::RefBase {
   public:

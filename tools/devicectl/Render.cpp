@@ -312,7 +312,7 @@ std::string renderServices(Format format, const std::vector<ServiceState>& servi
     }
     size_t width = 0;
     for (const ServiceState& service : services) {
-        width = std::max(width, escapeLine(service.name).size());
+        width = std::max(width, widthOf(escapeLine(service.name)));
     }
     std::string text;
     for (const ServiceState& service : services) {

@@ -78,8 +78,9 @@ std::string jsonLine(const Json& value) {
 }
 
 std::string padded(std::string text, size_t width) {
-    if (text.size() < width) {
-        text.resize(width, ' ');
+    const size_t taken = widthOf(text);
+    if (taken < width) {
+        text.append(width - taken, ' ');
     }
     return text;
 }

@@ -48,7 +48,7 @@ std::string toString(const android::String8& text);
  */
 std::string jsonLine(const Json& value);
 
-/** @p text with blanks up to @p width bytes. */
+/** @p text with blanks up to @p width characters. */
 std::string padded(std::string text, size_t width);
 
 /** Characters, as far as one code point is one: the bytes of UTF-8 that begin one. */

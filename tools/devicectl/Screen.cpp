@@ -25,11 +25,19 @@ int sInput = -1;
 int sOutput = -1;
 termios sFormer = {};
 
+/** Also of a terminal that went, or that is not the job's: whoever touches it is told so. Signal-safe. */
+bool isInBackground(int terminal) {
+    const pid_t foreground = tcgetpgrp(terminal);
+    return foreground >= 0 && foreground != getpgrp();
+}
+
 void giveBackAndFail(int signal) {
     // The action is the default again (SA_RESETHAND): the process ends by the signal it was ending by.
-    tcsetattr(sInput, TCSANOW, &sFormer);
-    if (write(sOutput, kGiveBack.data(), kGiveBack.size()) < 0) {
-        // There is no terminal left.
+    if (!isInBackground(sInput)) {
+        tcsetattr(sInput, TCSANOW, &sFormer);
+        if (write(sOutput, kGiveBack.data(), kGiveBack.size()) < 0) {
+            // There is no terminal left.
+        }
     }
     raise(signal);
 }
@@ -57,6 +65,9 @@ int Screen::awaitForeground() const {
 }
 
 int Screen::enter() {
+    if (mIsTaken) {
+        return enterAgain();
+    }
     // In the background the state would be that of the shell's own line editor.
     const int error = awaitForeground();
     if (error != 0) {
@@ -93,7 +104,7 @@ int Screen::take() {
 }
 
 void Screen::leave() {
-    if (!mIsTaken) {
+    if (!mIsTaken || isInBackground(mInput)) {
         return;
     }
     writeAll(mOutput, kGiveBack);

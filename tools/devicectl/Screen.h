@@ -30,7 +30,8 @@ class Screen {
 
     /**
      * Waits, stopped, until this process's job is in the foreground; returns at once where there are no jobs.
-     * @return 0 or the error's number: EIO in the background where nobody could wake the process
+     * @return 0 or the error's number: EIO in the background where nobody could wake the process, EINTR when
+     * a signal was handled
      */
     int awaitForeground() const;
 
@@ -43,7 +44,10 @@ class Screen {
      */
     int enterAgain();
 
-    /** Gives it back. Harmless if it was not taken. */
+    /**
+     * Gives it back. Harmless if it was not taken. In the background it is the shell's, and not touched: it
+     * stays taken.
+     */
     void leave();
 
     /** As it is now; 24 by 80 if the terminal does not know. */

@@ -14,14 +14,10 @@
 namespace devicectl {
 
 void reserveStandardStreams() {
-    for (;;) {
-        // Kept open, and inherited as any standard stream is, unless all three are there already.
-        const int fd = open("/dev/null", O_RDWR | O_CLOEXEC);
-        if (fd < 0) {
-            return;
-        }
-        if (fd > STDERR_FILENO) {
-            close(fd);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // What nobody can read must not look written; a complaint that nobody can read is none.
+        const int mode = stream == STDERR_FILENO ? O_WRONLY : O_RDONLY;
+        if (fcntl(stream, F_GETFD) == -1 && open("/dev/null", mode | O_CLOEXEC) < 0) {
             return;
         }
     }

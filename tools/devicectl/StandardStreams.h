@@ -7,7 +7,10 @@
 
 namespace devicectl {
 
-/** Makes sure that the descriptors 0, 1 and 2 are open, so that no other file becomes one of them. */
+/**
+ * Makes sure that the descriptors 0, 1 and 2 are open, so that no other file becomes one of them. A standard
+ * output that was closed takes nothing: writing to it fails as before.
+ */
 void reserveStandardStreams();
 
 /** Writes all of @p text to @p fd, waiting as long as it takes. @return 0 or the error's number. Any thread.

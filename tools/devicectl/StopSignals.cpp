@@ -35,4 +35,20 @@ void StopSignals::hold() {
     pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
 }
 
+StopSignals::WakeByContinue::WakeByContinue() {
+    struct sigaction action = {};
+    // Without SA_RESTART.
+    action.sa_handler = [](int /*signal*/) {};
+    sigaction(SIGCONT, &action, &mFormerAction);
+    sigset_t wake;
+    sigemptyset(&wake);
+    sigaddset(&wake, SIGCONT);
+    pthread_sigmask(SIG_UNBLOCK, &wake, &mFormer);
+}
+
+StopSignals::WakeByContinue::~WakeByContinue() {
+    pthread_sigmask(SIG_SETMASK, &mFormer, nullptr);
+    sigaction(SIGCONT, &mFormerAction, nullptr);
+}
+
 }  // namespace devicectl

@@ -33,6 +33,22 @@ class StopSignals {
     /** Blocks them on the calling thread again. */
     void hold();
 
+    /**
+     * As long as it lives, SIGCONT also ends a system call of this thread, with EINTR; it is not taken then.
+     * Nothing that ends the process does.
+     */
+    class WakeByContinue {
+      public:
+        WakeByContinue();
+        ~WakeByContinue();
+        WakeByContinue(const WakeByContinue&) = delete;
+        WakeByContinue& operator=(const WakeByContinue&) = delete;
+
+      private:
+        sigset_t mFormer;
+        struct sigaction mFormerAction = {};
+    };
+
   private:
     sigset_t mSignals;
     sigset_t mFormer;

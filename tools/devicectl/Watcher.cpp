@@ -27,6 +27,10 @@ constexpr std::chrono::seconds kFresh{3};
 constexpr char kCtrlC = 3;
 constexpr char kCtrlZ = 26;
 
+bool isEnd(int signal) {
+    return signal != SIGTSTP && signal != SIGCONT && signal != SIGWINCH;
+}
+
 std::string clockText() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -101,8 +105,7 @@ int Watcher::takeSignal(int signal) {
         case SIGTSTP:
             return pause();
         case SIGCONT:
-            // After a stop that could not be seen: the shell had the terminal as it was.
-            return mScreen.enterAgain();
+            return enterAgain();
         case SIGWINCH:
             return 0;
         default:
@@ -152,6 +155,27 @@ int Watcher::enter() {
         mIsEntered = mIsEntered || error == 0;
     }
     return error;
+}
+
+/** After a stop that could not be seen: the shell had the terminal as it was. */
+int Watcher::enterAgain() {
+    {
+        const StopSignals::WakeByContinue wake;
+        int error = 0;
+        while ((error = mScreen.awaitForeground()) == EINTR) {
+            // Woken, and by no means with the terminal: what ends a program ends it in the background, too.
+            for (int signal = 0; (signal = mSignals.takeNumber()) != 0;) {
+                mIsOver = mIsOver || isEnd(signal);
+            }
+            if (mIsOver) {
+                return 0;
+            }
+        }
+        if (error != 0) {
+            return error;
+        }
+    }
+    return mScreen.enterAgain();
 }
 
 int Watcher::pause() {

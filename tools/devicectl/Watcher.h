@@ -36,7 +36,8 @@ class Watcher {
     /**
      * Shows what @p source saw until the user, a signal or the end of the terminal ends it. Started in the
      * background it stops until it is brought to the foreground, and has touched nothing until then; without
-     * the terminal, stopped or not yet begun, signals end the process as any program.
+     * the terminal, stopped or not yet begun, signals end the process as any program. In the background it
+     * leaves the terminal alone, at its end, too.
      * @return kOk, or kFailed with the reason on standard error when the terminal cannot be taken or written
      */
     ExitCode run(const android::sp<WatchSource>& source);
@@ -50,6 +51,7 @@ class Watcher {
     /** Gives the terminal to the shell until that wakes this program. */
     int pause();
     int enter();
+    int enterAgain();
 
     void takeKey(std::string_view key);
 

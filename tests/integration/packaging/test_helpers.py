@@ -354,25 +354,106 @@ class ReplugVolumes(unittest.TestCase):
         os.rename("/dev/sda1", "/dev/block/.device-service/sda1")
         os.mknod("/dev/block/.device-service/sdq", 0o60640, os.makedev(250, 99))  # its disk has left meanwhile
         os.link("/dev/sda", "/dev/block/.device-service/sda")
-        self.assertEqual({"+sda1", "+sdq", "-sdq"}, set(self.replug()))
+        self.assertEqual(["+sda1"], self.replug())
         self.assertEqual(["/dev/block", "/dev/null", "/dev/sda", "/dev/sda1", "/dev/zero"], tree("/dev"))
+
+    def instead_of(self, name: str, script: str) -> None:
+        """Another program in the place of one that is run; "real" in the script is that one."""
+        fake = Path("/run/bin") / name
+        fake.unlink(missing_ok=True)
+        fake.write_text(f"#!/bin/sh\nreal={shutil.which(name)}\n{script}\n", encoding="ascii")
+        fake.chmod(0o755)
 
     def test_a_disk_that_leaves_meanwhile(self) -> None:
         self.remember()
+        # The kernel's removal, at the worst moments: sysfs forgets the disk while its nodes are away, or one is not yet
+        # back.
+        forget = "rm -r /sys/class/block/sda /sys/class/block/sda1"
+        for program, script in (("rm", f'$real "$@"; [ "$1" != /dev/sda ] || PATH=/bin:/usr/bin {forget}'),
+                                ("ln", f'[ "$2" != /dev/sda ] || {forget}; $real "$@"')):
+            with self.subTest(program=program):
+                self.disk("sda")
+                self.instead_of(program, script)
+                self.replug()
+                self.assertEqual(["/dev/block", "/dev/null", "/dev/zero"], tree("/dev"))
+                (Path("/run/bin") / program).unlink()
+
+    def assert_whole(self, before: dict[str, os.stat_result]) -> None:
+        """The nodes are the kernel's, each with one name, and nothing lies beside them."""
+        self.assertEqual(sorted(["/dev/null", "/dev/zero", *before]),
+                         [path for path in tree("/dev") if path != "/dev/block"])
+        for node, old in before.items():
+            new = os.stat(node)
+            self.assertEqual((old.st_ino, old.st_rdev, 1), (new.st_ino, new.st_rdev, new.st_nlink), node)
+
+    def test_ended_wherever_it_is(self) -> None:
+        self.remember()
+        self.disk("sda", partitions=2)
+        before = {path: os.stat(path) for path in ("/dev/sda", "/dev/sda1", "/dev/sda2")}
+        count = Path("/run/count")
+        for signal, status in (("KILL", -9), ("TERM", 1)):
+            ends = 0
+            for step in range(1, 100):
+                count.write_text("", encoding="ascii")
+                for program in ("ln", "rm"):
+                    self.instead_of(program, f'echo >>{count}; [ $(wc -l <{count}) -eq {step} ] || exec $real "$@"; '
+                                             f'$real "$@"; kill -{signal} $PPID')
+                done = run("replug-volumes", "replug", PATH=self.path)
+                for program in ("ln", "rm"):
+                    (Path("/run/bin") / program).unlink()
+                if done.returncode == 0:
+                    break
+                ends += 1
+                with self.subTest(signal=signal, step=step):
+                    self.assertEqual((status, ""), (done.returncode, done.stderr))
+                    if signal == "TERM":
+                        self.assert_whole(before)
+                    self.assertEqual(["-sda1", "-sda2", "-sda", "+sda", "+sda1", "+sda2"],
+                                     [change for change in self.replug()][-6:])
+                    self.assert_whole(before)
+            # Three links, three nodes taken away, and for each a link back and the removal of the first.
+            self.assertEqual(12, ends)
+
+    def test_what_cannot_be_put_back_costs_the_others_nothing(self) -> None:
+        self.remember()
+        self.disk("sda", partitions=2)
+        before = {path: os.stat(path) for path in ("/dev/sda", "/dev/sda1", "/dev/sda2")}
+        self.instead_of("ln", '[ "$2" != /dev/sda1 ] || exit 1; exec $real "$@"')
+        done = run("replug-volumes", "replug", PATH=self.path)
+        self.assertEqual(1, done.returncode)
+        self.assertIn("cannot put back /dev/sda1", done.stderr)
+        self.assertTrue(os.path.exists("/dev/sda2"))
+        Path("/run/bin/ln").unlink()
+        self.assertEqual("+sda1", self.replug()[0])
+        self.assert_whole(before)
+
+    def test_a_record_is_whole_or_not_there(self) -> None:
+        """A disk that was missing in it would have been taken for one that came later: the unit's own, say."""
         self.disk("sda")
-        # The kernel's removal, at the worst moment: sysfs forgets the disk while its nodes are away.
-        fake = Path("/run/bin/rm")
-        real = shutil.which("rm")
-        fake.write_text(f'#!/bin/sh\n{real} "$@"\n[ "$1" != /dev/sda ] || {real} -r /sys/class/block/sda /sys/class/block/sda1\n',
-                        encoding="ascii")
-        fake.chmod(0o755)
-        self.replug()
-        self.assertEqual(["/dev/block", "/dev/null", "/dev/zero"], tree("/dev"))
+        self.disk("sdb")
+        mount("full", Path("/run/device-service"), "size=4k")
+        filler = Path("/run/device-service/filler")
+        with self.assertRaises(OSError), filler.open("wb", buffering=0) as file:
+            while True:
+                file.write(bytes(4096))
+        # There is room again for the second disk.
+        self.instead_of("cat", f'[ "$1" != /sys/block/sdb/diskseq ] || rm -f {filler}; exec $real "$@"')
+        done = run("replug-volumes", "remember", PATH=self.path)
+        self.assertEqual(1, done.returncode)
+        self.assertIn("cannot write", done.stderr)
+        self.assertFalse(Path("/run/device-service/present").exists())
+        filler.unlink(missing_ok=True)
+        self.remember()
+        self.assertEqual([], self.replug())
 
     def test_nothing_remembered(self) -> None:
+        self.disk("sda")
+        Path("/dev/block/.device-service").mkdir(parents=True)
+        os.rename("/dev/sda1", "/dev/block/.device-service/sda1")
         done = run("replug-volumes", "replug", PATH=self.path)
         self.assertEqual(1, done.returncode)
         self.assertIn("nothing is remembered", done.stderr)
+        self.assertEqual(["/dev/block", "/dev/null", "/dev/sda", "/dev/sda1", "/dev/zero"], tree("/dev"))
 
 
 class Waiting(unittest.TestCase):
@@ -440,6 +521,83 @@ class Waiting(unittest.TestCase):
             self.answer(f"echo 'devicectl: no'; exit {status}")
             done = self.ask("start-managers", "--stop")
             self.assertEqual((expected, "", said), (done.returncode, done.stdout, done.stderr))
+
+
+class Upgrade(unittest.TestCase):
+    """The daemon's postinst before stand-ins for what it asks, and a process that runs."""
+
+    def setUp(self) -> None:
+        fresh(self, "/run", "/usr/local/sbin")
+        Path("/run/systemd/system").mkdir(parents=True)
+        self.calls = Path("/run/calls")
+        self.calls.touch()
+        programs = Path("/run/bin")
+        programs.mkdir()
+        for name, script in (("getent", ""), ("udevadm", ""), ("deb-systemd-helper", ""),
+                             ("deb-systemd-invoke", f'echo "$*" >>{self.calls}'),
+                             ("dpkg-query", "cat /run/status"),
+                             ("systemctl", 'case "$*" in show*) cat /run/pid;; *is-active*) [ -e /run/active ];; esac')):
+            (programs / name).write_text(f"#!/bin/sh\n{script}\n", encoding="ascii")
+            (programs / name).chmod(0o755)
+        self.path = f"{programs}:{os.environ['PATH']}"
+        self.program = Path("/usr/local/sbin/device-service")
+        shutil.copy("/bin/sleep", self.program)
+        self.manager(status="installed", is_active=True)
+
+    def manager(self, status: str, is_active: bool) -> None:
+        Path("/run/status").write_text(status, encoding="ascii")
+        Path("/run/active").unlink(missing_ok=True)
+        if is_active:
+            Path("/run/active").touch()
+
+    def run_daemon(self) -> None:
+        process = subprocess.Popen([str(self.program), "600"])
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        Path("/run/pid").write_text(f"{process.pid}\n", encoding="ascii")
+        limit = time.monotonic() + 30
+        while os.readlink(f"/proc/{process.pid}/exe") != str(self.program):
+            self.assertLess(time.monotonic(), limit)
+            time.sleep(0.01)
+
+    def unpack(self) -> None:
+        """As dpkg does: the new file takes the place of the old one."""
+        new = self.program.with_name("device-service.dpkg-new")
+        shutil.copy("/bin/sleep", new)
+        new.rename(self.program)
+
+    def configure(self) -> list[str]:
+        self.calls.write_text("", encoding="ascii")
+        subprocess.run(["sh", str(ROOT / "packaging/debian/daemon/postinst"), "configure", "0.1.0-1"], check=True,
+                       timeout=60, env={**os.environ, "PATH": self.path})
+        return self.calls.read_text(encoding="ascii").splitlines()
+
+    def test_the_old_daemon_is_restarted(self) -> None:
+        self.run_daemon()
+        self.unpack()
+        for status, is_active in (("installed", True), ("not-installed", False), ("", False), ("unpacked", False)):
+            self.manager(status, is_active)
+            self.assertEqual(["restart device-service.service"], self.configure(), status)
+
+    def test_a_service_manager_that_comes_last_takes_it_along(self) -> None:
+        self.run_daemon()
+        self.unpack()
+        self.manager("unpacked", is_active=True)
+        self.assertEqual([], self.configure())
+
+    def test_a_service_manager_that_came_first_took_it_along(self) -> None:
+        self.unpack()
+        self.run_daemon()
+        self.assertEqual(["start device-service.service"], self.configure())
+
+    def test_a_daemon_that_does_not_run_is_started(self) -> None:
+        for pid in ("0\n", ""):
+            Path("/run/pid").write_text(pid, encoding="ascii")
+            self.assertEqual(["start device-service.service"], self.configure())
+
+    def test_the_service_manager_takes_the_daemon_along(self) -> None:
+        unit = (installed / "usr/lib/systemd/system/device-service.service").read_text(encoding="ascii")
+        self.assertIn("\nPartOf=servicemanager.service\n", unit)
 
 
 def main() -> None:

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/integration/usb/UsbTestRun.h"
+#include "tests/support/TemporaryRoot.h"
 
 namespace {
 
@@ -27,5 +28,6 @@ class StoreEnvironment : public ::testing::Environment {
 }  // namespace
 
 int main(int argc, char** argv) {
+    ::testing::AddGlobalTestEnvironment(new TemporaryRoot());
     return runUsbTests(argc, argv, new StoreEnvironment());
 }

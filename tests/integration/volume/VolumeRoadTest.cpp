@@ -10,6 +10,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <array>
 #include <fstream>
 #include <thread>
 
@@ -517,6 +518,44 @@ TEST_F(VolumeRoadTest, AVolumeThatCameAndWentUnnoticedIsNotReported) {
     mMayGoOn.open();
     unplug("sda");
     expectCalls({added("sda"), removed("sda")});
+}
+
+// Such a volume was in the list, but never told as gone: who had read the list kept it for ever.
+TEST_F(VolumeRoadTest, AVolumeThatGoesBeforeItsTurnIsToldAsGone) {
+    std::array<Gate, 2> entered;
+    std::array<Gate, 2> leave;
+    size_t call = 0;
+    mRecorder->mInside = [&] {
+        if (call < entered.size()) {
+            entered[call].open();
+            EXPECT_TRUE(leave[call].wait());
+            ++call;
+        }
+    };
+    plugExt4("sda");
+    ASSERT_TRUE(entered[0].wait());
+    // One pass for these three.
+    plugExt4("sdb");
+    plug("sdc", kNoDisk);
+    plug("sdd", kNoDisk);
+    ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 4; }));
+    leave[0].open();
+    ASSERT_TRUE(entered[1].wait());
+    // Their turn comes when they are gone, and another one is in the place of the last.
+    unplug("sdc");
+    unplug("sdd");
+    ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 2; }));
+    plug("sdd", kNoDisk);
+    ASSERT_TRUE(eventually([this] { return mManager->getVolumeCount() == 3; }));
+    leave[1].open();
+    expectCalls({added("sda"), added("sdb"), addedUnmounted("sdc"), addedUnmounted("sdd"), removed("sdc"),
+                 removed("sdd"), addedUnmounted("sdd")});
+    EXPECT_EQ(mRecorder->volume(3), mRecorder->volume(5)) << "the one that was told as there";
+    EXPECT_NE(mRecorder->volume(5), mRecorder->volume(6));
+    for (const char* const name : {"sda", "sdb", "sdd"}) {
+        unplug(name);
+    }
+    ASSERT_TRUE(mRecorder->waitFor(10));
 }
 
 TEST_F(VolumeRoadTest, AVolumeThatChangedIsReportedRemovedFirst) {

@@ -267,6 +267,53 @@ TEST_P(JobControlSignal, EndsWhatIsStopped) {
     expectGivenBack();
 }
 
+// Woken in the background it stopped again, or wrote over the shell's lines first, and ended when it had the
+// terminal.
+TEST_P(JobControlSignal, EndsInTheBackgroundAfterAStopItCouldNotSee) {
+    mTerminal.start(watch, Start::kForeground);
+    expectPicture();
+    ASSERT_NO_FATAL_FAILURE(stopAtRest());
+    mTerminal.setModes(mBefore);
+    mTerminal.takeWritten();
+    ASSERT_EQ(kill(mTerminal.job(), GetParam()), 0);
+    mTerminal.wakeInBackground();
+    const int status = mTerminal.awaitStop();
+    EXPECT_TRUE(hasEnded(status, kOk)) << status;
+    EXPECT_EQ(mTerminal.takeWritten(), "") << "not over the shell's lines";
+    EXPECT_TRUE(areSame(mTerminal.modes(), mBefore));
+}
+
+TEST_P(JobControlSignal, EndsInTheBackgroundWhenItWaitsForTheTerminal) {
+    mTerminal.start(watch, Start::kForeground);
+    expectPicture();
+    ASSERT_NO_FATAL_FAILURE(stopAtRest());
+    mTerminal.setModes(mBefore);
+    mTerminal.takeWritten();
+    for (int i = 0; i < 2; ++i) {
+        mTerminal.wakeInBackground();
+        ASSERT_TRUE(isStopped(mTerminal.awaitStop(), SIGTTOU));
+    }
+    ASSERT_EQ(kill(mTerminal.job(), GetParam()), 0);
+    mTerminal.wakeInBackground();
+    const int status = mTerminal.awaitStop();
+    EXPECT_TRUE(hasEnded(status, kOk)) << status;
+    EXPECT_EQ(mTerminal.takeWritten(), "") << "not over the shell's lines";
+    EXPECT_TRUE(areSame(mTerminal.modes(), mBefore));
+}
+
+TEST_P(JobControlSignal, EndsWithTheTerminalGivenBackAfterAStopItCouldNotSee) {
+    mTerminal.start(watch, Start::kForeground);
+    expectPicture();
+    ASSERT_NO_FATAL_FAILURE(stopAtRest());
+    mTerminal.wakeInBackground();
+    ASSERT_TRUE(isStopped(mTerminal.awaitStop(), SIGTTOU));
+    ASSERT_EQ(kill(mTerminal.job(), GetParam()), 0);
+    mTerminal.wakeInForeground();
+    const int status = mTerminal.awaitStop();
+    EXPECT_TRUE(hasEnded(status, kOk)) << status;
+    expectGivenBack();
+}
+
 INSTANTIATE_TEST_SUITE_P(Signals, JobControlSignal, testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT));
 
 TEST_F(JobControl, TouchesNothingInTheBackground) {

@@ -45,6 +45,9 @@ int temporaryFile() {
     return open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
 }
 
+/** In the place of a descriptor: none. */
+constexpr int kClosed = -2;
+
 /** Runs the program with @p node as its driver. The descriptors replace its standard ones if not negative. */
 Outcome run(const std::vector<std::string>& arguments, const std::string& node = "/nonexistent/binder",
             int outputFd = -1, int inputFd = -1) {
@@ -69,6 +72,12 @@ Outcome run(const std::vector<std::string>& arguments, const std::string& node =
         }
         dup2(outputFd >= 0 ? outputFd : output, STDOUT_FILENO);
         dup2(error, STDERR_FILENO);
+        if (inputFd == kClosed) {
+            close(STDIN_FILENO);
+        }
+        if (outputFd == kClosed) {
+            close(STDOUT_FILENO);
+        }
         execve(argv[0], argv.data(), environment.data());
         _exit(127);
     }
@@ -233,6 +242,31 @@ TEST(Program, AFullDiskIsAnError) {
     EXPECT_EQ(outcome.status, kFailed);
     expectOneLine(outcome.error);
     EXPECT_THAT(outcome.error, HasSubstr("No space left"));
+}
+
+TEST(Program, AClosedStandardOutputIsAnError) {
+    for (const int input : {-1, kClosed}) {
+        for (const std::vector<std::string>& line : std::vector<std::vector<std::string>>{
+                 {"--version"}, {"--help"}, {"complete", "words", "wait", ""}}) {
+            const Outcome outcome = run(line, "/nonexistent", kClosed, input);
+            EXPECT_EQ(outcome.status, kFailed) << line[0];
+            expectOneLine(outcome.error);
+            EXPECT_THAT(outcome.error, HasSubstr("cannot write to standard output: Bad file descriptor"));
+        }
+    }
+    // Nothing is written, and nothing else is the matter: the reason is the driver alone.
+    const Outcome outcome = run({"status"}, "/nonexistent", kClosed);
+    EXPECT_EQ(outcome.status, kNoDriver);
+    expectOneLine(outcome.error);
+}
+
+// Another file that is opened first would become standard output, and be written to.
+TEST(Program, AClosedStandardOutputIsNobodyElses) {
+    for (const int input : {-1, kClosed}) {
+        const Outcome outcome = run({"--help"}, "/nonexistent", kClosed, input);
+        EXPECT_EQ(outcome.output, "");
+        EXPECT_EQ(outcome.status, kFailed);
+    }
 }
 
 TEST(Program, AReaderThatWentIsNotComplainedAbout) {

@@ -321,6 +321,10 @@ TEST_F(Render, Services) {
     EXPECT_EQ(list[1]["state"], "dead");
     EXPECT_EQ(list[2], (Json{{"name", "\x1b"}, {"state", "silent"}}));
     EXPECT_EQ(renderServices(Format::kHuman, {}), "");
+    const std::vector<ServiceState> foreign{{"Gerätedienst", ServiceState::Life::kAlive},
+                                            {"Other", ServiceState::Life::kDead}};
+    EXPECT_EQ(renderServices(Format::kHuman, foreign), "Gerätedienst  alive\nOther         dead\n")
+        << "columns of characters, not of bytes";
     EXPECT_EQ(renderServices(Format::kJson, {}), "{\"schemaVersion\":1,\"services\":[]}\n");
 }
 
