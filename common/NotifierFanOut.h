@@ -59,8 +59,10 @@ class NotifierFanOut : public NotifierItf {
     template <typename... Parameters, typename... Arguments>
     int32_t callAll(int32_t (NotifierItf::*operation)(Parameters...), const Arguments&... arguments) {
         android::Mutex::Autolock lock(mLock);
+        // Constant: an iterator of one that is not would copy the whole set.
+        const NotifierSet targets = snapshot();
         int32_t result = 0;
-        for (const android::wp<NotifierItf>& entry : snapshot()) {
+        for (const android::wp<NotifierItf>& entry : targets) {
             // Promoted only now: a target removed while an earlier one was called is not reached any more.
             const android::sp<NotifierItf> notifier = entry.promote();
             if (notifier != nullptr) {

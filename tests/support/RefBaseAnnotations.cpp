@@ -25,6 +25,8 @@ using DecStrong = void (*)(const android::RefBase*, const void*);
 [[maybe_unused]] const size_t kSharedTextIsMade = android::String8().length();
 
 using ReleaseBuffer = int32_t (*)(const void*, uint32_t);
+using EditBuffer = void* (*)(const void*);
+using ResizeBuffer = void* (*)(const void*, size_t);
 
 /** As a flag of SharedBuffer::release(): the caller frees the last one's memory. */
 constexpr uint32_t kKeepStorage = 1;
@@ -72,4 +74,29 @@ extern "C" int32_t releaseSharedBuffer(const void* buffer, uint32_t flags) {
         }
     }
     return before;
+}
+
+// Those who change a buffer in place, since all others have let go of it. Its counter tells them so.
+extern "C" {
+void* editSharedBuffer(const void* buffer) __asm__("_ZNK7android12SharedBuffer4editEv");
+void* attemptEditSharedBuffer(const void* buffer) __asm__("_ZNK7android12SharedBuffer11attemptEditEv");
+void* resizeSharedBuffer(const void* buffer, size_t size) __asm__("_ZNK7android12SharedBuffer10editResizeEm");
+
+void* editSharedBuffer(const void* buffer) {
+    static const auto sReal = realFunction<EditBuffer>("_ZNK7android12SharedBuffer4editEv");
+    __tsan_acquire(const_cast<void*>(buffer));
+    return sReal(buffer);
+}
+
+void* attemptEditSharedBuffer(const void* buffer) {
+    static const auto sReal = realFunction<EditBuffer>("_ZNK7android12SharedBuffer11attemptEditEv");
+    __tsan_acquire(const_cast<void*>(buffer));
+    return sReal(buffer);
+}
+
+void* resizeSharedBuffer(const void* buffer, size_t size) {
+    static const auto sReal = realFunction<ResizeBuffer>("_ZNK7android12SharedBuffer10editResizeEm");
+    __tsan_acquire(const_cast<void*>(buffer));
+    return sReal(buffer, size);
+}
 }
