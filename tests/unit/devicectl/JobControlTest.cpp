@@ -4,8 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "tests/unit/devicectl/JobTerminal.h"
 #include "tools/devicectl/WatchSource.h"
@@ -25,7 +27,8 @@ using Start = JobTerminal::Start;
 
 namespace {
 
-constexpr int kMostStops = 100;
+constexpr int kMostStops = 14;
+constexpr std::chrono::milliseconds kFirstPause{1};
 constexpr size_t kWholePicture = 15;  ///< lines
 
 /** What runWatch() does once it has found a driver. */
@@ -96,6 +99,8 @@ class JobControl : public testing::Test {
      * it rests. */
     void stopAtRest() {
         for (int i = 0; i < kMostStops; ++i) {
+            // Longer each time: a slow machine has more to do behind a picture.
+            std::this_thread::sleep_for(kFirstPause * (1 << i));
             ASSERT_EQ(kill(mTerminal.job(), SIGSTOP), 0);
             ASSERT_TRUE(isStopped(mTerminal.awaitStop(), SIGSTOP));
             if (mTerminal.wasAtRest()) {
